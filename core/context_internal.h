@@ -1,0 +1,152 @@
+// core/context_internal.h - the layout of the core context and the helpers
+// every module of the library uses to reach it. Internal (C++ only); the
+// public API sees gsluctx as an opaque type.
+#ifndef QUILLOMAT_CORE_CONTEXT_INTERNAL_H
+#define QUILLOMAT_CORE_CONTEXT_INTERNAL_H
+
+#include <pthread.h>
+
+#include <csetjmp>
+#include <cstdint>
+#include <memory>
+
+#include "core/context.h"
+#include "core/lang.h"
+#include "core/memory.h"
+#include "core/msgfile.h"
+#include "core/runtime.h"
+
+namespace gslu {
+
+inline constexpr std::size_t kMessageBufferSize = 2048;
+inline constexpr std::size_t kLrmMessageSize = 512;
+inline constexpr uint32_t kClientSettingDefault = 15;
+inline constexpr std::size_t kPasswordSchemeCount = 13;
+
+struct DateState {
+  const Language *lang;
+  void (*error_handler)(void *frame, int code);
+  int begun;
+};
+struct SecurityParams {
+  gsluSecMemCallbacks mem;
+};
+struct HashTable;  // password-scheme table, built by a later step
+
+}  // namespace gslu
+
+// Members in the order the lifecycle works through them.
+struct gsluctx {
+  void *mem_manager;  // runtime memory manager; zero after start-up
+  void *mem_heap;
+  gslu::FormatService *format;
+  gslu::DateState date;
+  gslu::ThreadService *threads;
+  gslu::FileService *files;
+  gslu::Registry *registry;
+  uint32_t uid_seed[5];
+  gslu::ResourceManager *rm;
+  // Log file (opened on first trace line that is written).
+  void *log_file;
+  void *log_name;
+  void *log_path;
+  void *log_stamp_format;  // 255-byte block once a log file was opened
+  gslu::MessageHandle *active_messages;  // null until the catalogue is bound
+  const gslu::Language *internal_lang;
+  const gslu::Language *env_lang;
+  const gslu::Language *output_lang;
+  uint32_t input_conversion;   // 1 when internal and output languages differ
+  uint32_t output_conversion;
+  pthread_mutex_t rm_lock;     // the four locks, in destruction order
+  pthread_mutex_t general_lock[3];
+  pthread_rwlock_t rw_lock;
+  uint32_t locks_created;      // bit per lock above, so shut-down and a
+                               // failed start-up destroy only what exists
+  gslu::MessageHandle messages;
+  char message_text[gslu::kMessageBufferSize];
+  gslu::LangSlot slots[gslu::kLangSlotCount];
+  jmp_buf date_guard;
+  gslu::Language lang_storage[3];
+  uint8_t component_code;
+  uint16_t instance_number;
+  uint32_t life_state;
+  uint32_t pid;
+  void *mem_user;
+  const gsluMemCallbacks *mem_table;
+  uint32_t spare;
+  uint32_t trace_hook_on;
+  gslu::MessageHandle *output_messages_active;
+  gslu::MessageHandle output_messages;
+  char output_message_text[gslu::kMessageBufferSize];
+  gslu::SecurityService *security;
+  char lrm_message[gslu::kLrmMessageSize];
+  void (*trace_hook)(uint32_t level, const char *format, void *args);
+  gsluMallocHook hook_malloc;
+  gsluCallocHook hook_calloc;
+  gsluReallocHook hook_realloc;
+  gsluFreeHook hook_free;
+  uint32_t client_setting;
+  gslu::HashTable *password_schemes;
+  uint32_t password_codes[gslu::kPasswordSchemeCount];
+};
+
+namespace gslu {
+
+// Bits of gsluctx::locks_created.
+enum LockBits : uint32_t {
+  kLockRm = 0x1,
+  kLockGeneral0 = 0x2,
+  kLockGeneral1 = 0x4,
+  kLockGeneral2 = 0x8,
+  kLockRw = 0x10,
+};
+
+// The context a function works on: ctx itself, else the published
+// process-wide pointer, else the context created now (null when start-up
+// fails).
+[[nodiscard]] inline gsluctx *resolveContext(gsluctx *ctx) {
+  if (ctx != nullptr) return ctx;
+  if (sgsluzGlobalContext != nullptr) return sgsluzGlobalContext;
+  return gsluizgcGetContext();
+}
+
+// The calling thread's language-service slot.
+[[nodiscard]] inline LangSlot &threadSlot(gsluctx *ctx) {
+  return ctx->slots[currentThreadId() & kLangSlotMask];
+}
+
+// Why the last start-up failed, for diagnostics (empty when it did not):
+// names the step, and for a malformed message catalogue the file and line.
+[[nodiscard]] const char *startupDiagnostic();
+
+// Start-up steps that can fail, numbered as the start-up sequence counts
+// them; tests make one fail with startupFailStepForTesting.
+enum StartupStep : int {
+  kStepNone = 0,
+  kStepLanguageService = 5,
+  kStepContextMemory = 6,
+  kStepFirstLock = 7,
+  kStepLanguages = 10,
+  kStepThreadService = 12,
+  kStepResourceManager = 13,
+  kStepLocks = 14,
+  kStepMessages = 15,
+  kStepMessageBind = 16,
+  kStepSecondLock = 17,
+  kStepOutputMessages = 18,
+  kStepFormat = 19,
+  kStepRegistrySave = 21,
+};
+void startupFailStepForTesting(StartupStep step);
+
+// Frees a block through the context's allocator; for std::unique_ptr.
+struct ContextFree {
+  gsluctx *ctx;
+  void operator()(void *p) const noexcept { (void)gslumfFree(ctx, p); }
+};
+template <class T>
+using Owned = std::unique_ptr<T, ContextFree>;
+
+}  // namespace gslu
+
+#endif  // QUILLOMAT_CORE_CONTEXT_INTERNAL_H

@@ -1,0 +1,108 @@
+// core/runtime.h - small in-process equivalents of the runtime services the
+// core context stands on: component registry, thread service, language
+// service, date service, resource manager, security service and formatting
+// package. Each offers exactly the operations the core uses. Internal to the
+// library (C++ only).
+#ifndef QUILLOMAT_CORE_RUNTIME_H
+#define QUILLOMAT_CORE_RUNTIME_H
+
+#include <pthread.h>
+
+#include <csetjmp>
+#include <cstdio>
+#include <cstdint>
+#include <string_view>
+
+#include "core/context.h"
+
+namespace gslu {
+
+// ---- Component registry -------------------------------------------------
+// Named component contexts, private memory owned by the registry (released
+// at process exit, after the termination callbacks have run) and
+// termination callbacks run once at process exit.
+enum class RegistryMode : int { kProcess = 1 };
+
+struct Registry;  // opaque
+struct FileService;  // the registry's standard-stream table
+
+[[nodiscard]] Registry *registryInit(RegistryMode mode);
+[[nodiscard]] void *registryLookup(Registry *reg, std::string_view name);
+[[nodiscard]] bool registrySave(Registry *reg, std::string_view name, void *value);
+void registryRemove(Registry *reg, std::string_view name);
+[[nodiscard]] void *registryPrivateAlloc(Registry *reg, std::size_t size);
+[[nodiscard]] bool registryAtExit(Registry *reg, void (*fn)(gsluctx *), gsluctx *arg);
+void registryCancelAtExit(Registry *reg, void (*fn)(gsluctx *), gsluctx *arg);
+[[nodiscard]] FileService *registryFileService(Registry *reg);
+[[nodiscard]] bool registryLoadPackage(Registry *reg, std::string_view name);
+void registryUnloadPackage(Registry *reg, std::string_view name);
+
+// Test hook: makes the next N private allocations succeed and the one after
+// fail (negative: never fail).
+void registryFailPrivateAllocAfter(int n);
+
+// ---- Memory manager -----------------------------------------------------
+// Tagged allocations for the directory client library. Start-up installs
+// none: the context's handles stay zero unless an embedder sets them.
+struct MemoryManager {
+  void *(*calloc)(void *heap, uint32_t count, uint32_t size, const char *source, int line);
+};
+
+// ---- Thread service ------------------------------------------------------
+// The start-up lock is process-wide; a failure to create a lock is reported.
+void startupLock();
+void startupUnlock();
+[[nodiscard]] bool mutexCreate(pthread_mutex_t *m);
+void mutexDestroy(pthread_mutex_t *m);
+[[nodiscard]] bool rwlockCreate(pthread_rwlock_t *l);
+void rwlockDestroy(pthread_rwlock_t *l);
+struct ThreadService;
+[[nodiscard]] ThreadService *threadServiceInit();
+
+// The calling thread's identifier (the kernel's, so its low bits vary).
+[[nodiscard]] uint32_t currentThreadId();
+
+// ---- File service ---------------------------------------------------------
+// The standard-stream table: stream codes 1 to 3 index it from 1.
+struct FileService {
+  FILE *standard[3];
+};
+
+// ---- Language-bound services ---------------------------------------------
+struct Language;
+
+// Formatting service: one handle per context, in the internal language.
+struct FormatService {
+  const Language *lang;
+};
+[[nodiscard]] FormatService *formatCreate(const Language *lang);
+void formatDestroy(FormatService *f);
+
+// Date service. Local date and time split into fields; a failure is handed
+// to the state's error handler with `frame`, which does not return.
+struct DateFields {
+  int year, month, day, hour, minute, second, fraction;
+};
+struct DateState;
+void dateBegin(DateState *d, const Language *lang, void (*handler)(void *frame, int code));
+void dateEnd(DateState *d);
+void dateNow(DateState *d, void *frame, DateFields *out);
+
+// Test hook: the next dateNow reports a failure to its handler.
+void dateFailNextForTesting();
+
+// Resource manager, reporting its messages through a callback.
+struct ResourceManager;
+[[nodiscard]] ResourceManager *rmInit(gsluctx *ctx, const Language *lang,
+                                      void (*on_message)(gsluctx *, const char *));
+void rmTerm(ResourceManager *rm);
+
+// Security service, handed the library's memory callbacks.
+struct SecurityService;
+struct SecurityParams;
+[[nodiscard]] SecurityService *securityInit(const SecurityParams *params);
+void securityTerm(SecurityService *s);
+
+}  // namespace gslu
+
+#endif  // QUILLOMAT_CORE_RUNTIME_H
