@@ -1,0 +1,295 @@
+// Start-up, publication and shut-down of the core context.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "core/context_internal.h"
+#include "core/messages.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using qtest::ScopedEnv;
+using qtest::TempDir;
+
+// Every test starts without a context and with a plain environment: the
+// built catalogue, no VESTRA_HOME and no locale.
+class ContextTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    qtest::dropContext();
+    env_.set("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR);
+    env_.set("VESTRA_HOME", std::nullopt);
+    env_.set("LC_ALL", std::nullopt);
+    env_.set("LC_CTYPE", std::nullopt);
+    env_.set("LANG", std::nullopt);
+  }
+  void TearDown() override {
+    gslu::startupFailStepForTesting(gslu::kStepNone);
+    qtest::dropContext();
+  }
+  ScopedEnv env_;
+};
+
+TEST_F(ContextTest, NullOutParameterTouchesNothing) {
+  EXPECT_EQ(gsluinit(nullptr), GSLU_INIT_NULL_ARG);
+  EXPECT_EQ(sgsluugGetContext(), nullptr);
+}
+
+TEST_F(ContextTest, IsASingleton) {
+  gsluctx *first = gsluizgcGetContext();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(gsluizgcGetContext(), first);
+  gsluctx *again = nullptr;
+  EXPECT_EQ(gsluinit(&again), GSLU_INIT_OK);
+  EXPECT_EQ(again, first);
+  EXPECT_EQ(sgsluzGlobalContext, first);
+  EXPECT_EQ(first->life_state, static_cast<uint32_t>(GSLU_LIFE_ALIVE));
+  EXPECT_EQ(first->client_setting, 15u);
+  EXPECT_EQ(first->pid, static_cast<uint32_t>(getpid()));
+}
+
+TEST_F(ContextTest, ShutDownClearsPublicationAndIsIdempotentThroughCallback) {
+  gsluctx *ctx = gsluizgcGetContext();
+  ASSERT_NE(ctx, nullptr);
+  EXPECT_EQ(gslushut(ctx), GSLU_INIT_OK);
+  EXPECT_EQ(ctx->life_state, static_cast<uint32_t>(GSLU_LIFE_SHUT_DOWN));
+  EXPECT_EQ(sgsluzGlobalContext, nullptr);
+  EXPECT_EQ(ctx->active_messages, nullptr);
+  gslushutcb(ctx);  // already shut down: nothing happens
+  gslushutcb(nullptr);
+  EXPECT_EQ(gslushut(nullptr), GSLU_INIT_NULL_ARG);
+  gsluctx *next = gsluizgcGetContext();
+  ASSERT_NE(next, nullptr);
+  EXPECT_NE(next, ctx);
+}
+
+TEST_F(ContextTest, ThreadedRunModeUsesTheThreadLocalPointer) {
+  gsluctx *ctx = gsluizgcGetContext();
+  ASSERT_NE(ctx, nullptr);
+  sgslutRunMode = GSLU_RUN_MODE_THREADED;
+  EXPECT_EQ(sgsluugGetContext(), nullptr);
+  EXPECT_EQ(gsluizgcGetContext(), ctx);  // found in the registry
+  sgsluusSetContext(ctx);
+  EXPECT_EQ(sgsluzGlobalContext_t_, ctx);
+  sgsluusSetContext(nullptr);
+  sgslutRunMode = 0;
+  EXPECT_EQ(sgsluugGetContext(), ctx);
+}
+
+TEST_F(ContextTest, MissingCatalogueFailsWithoutMessageDirectory) {
+  TempDir home;  // VESTRA_HOME without ldap/mesg below it
+  env_.set("VSX_LDAP_MESGDIR", std::nullopt);
+  env_.set("VESTRA_HOME", home.path());
+  gsluctx *ctx = reinterpret_cast<gsluctx *>(1);
+  EXPECT_EQ(gsluinit(&ctx), GSLU_INIT_SERVICE_FAILED);
+  EXPECT_EQ(ctx, nullptr);
+  EXPECT_EQ(gsluizgcGetContext(), nullptr);
+  EXPECT_NE(std::strstr(gslu::startupDiagnostic(), "cannot be opened"), nullptr);
+}
+
+TEST_F(ContextTest, CatalogueFoundBesideTheExecutableWithoutEnvironment) {
+  // The test binary lives in build/tests, so ../share/quillomat/mesg is the
+  // build's catalogue: the installed layout needs no variable at all.
+  env_.set("VSX_LDAP_MESGDIR", std::nullopt);
+  EXPECT_NE(gsluizgcGetContext(), nullptr);
+}
+
+TEST_F(ContextTest, BadMessageDirectoryFallsBackToVestraHomeOnlyWhenSet) {
+  TempDir home;
+  home.write("ldap/mesg/ldap.msg", "2101 from home\n9999 unknown\n");
+  env_.set("VSX_LDAP_MESGDIR", home.path() + "/nowhere");
+  EXPECT_EQ(gsluizgcGetContext(), nullptr);
+  env_.set("VESTRA_HOME", home.path());
+  ASSERT_NE(gsluizgcGetContext(), nullptr);
+  const char *text = nullptr;
+  int status = -1;
+  EXPECT_EQ(gslusgmGetMessage(nullptr, 2101, &text, &status), GSLUSGM_OK);
+  EXPECT_STREQ(text, "from home");
+}
+
+TEST_F(ContextTest, MessageDirectoryIsCutAt1023Characters) {
+  // A directory whose path is exactly 1023 characters, holding a catalogue;
+  // the variable names it followed by more characters that must be dropped.
+  TempDir tmp;
+  std::string dir = tmp.path();
+  while (dir.size() < 1023) {
+    std::size_t room = 1023 - dir.size() - 1;
+    dir += "/" + std::string(std::min<std::size_t>(room, 200), 'd');
+  }
+  ASSERT_EQ(dir.size(), 1023u);
+  std::filesystem::create_directories(dir);
+  std::ofstream(dir + "/ldap.msg") << "2101 cut\n9999 unknown\n";
+  env_.set("VSX_LDAP_MESGDIR", dir + "/extra-characters-beyond-the-limit");
+  ASSERT_NE(gsluizgcGetContext(), nullptr);
+  const char *text = nullptr;
+  EXPECT_EQ(gslusgmGetMessage(nullptr, 2101, &text, nullptr), GSLUSGM_OK);
+  EXPECT_STREQ(text, "cut");
+}
+
+TEST_F(ContextTest, MalformedCatalogueFailsStartUpNamingTheLine) {
+  TempDir dir;
+  dir.write("ldap.msg", "# fine\n2101 fine\nnot a message\n");
+  env_.set("VSX_LDAP_MESGDIR", dir.path());
+  EXPECT_EQ(gsluizgcGetContext(), nullptr);
+  EXPECT_NE(std::strstr(gslu::startupDiagnostic(), "ldap.msg:3:"), nullptr)
+      << gslu::startupDiagnostic();
+}
+
+struct LocaleCase {
+  const char *lc_all;
+  const char *lc_ctype;
+  const char *lang;
+  uint32_t flag;
+};
+
+void PrintTo(const LocaleCase &c, std::ostream *os) {
+  *os << "LC_ALL=" << (c.lc_all ? c.lc_all : "-") << " LC_CTYPE=" << (c.lc_ctype ? c.lc_ctype : "-")
+      << " LANG=" << (c.lang ? c.lang : "-");
+}
+
+class LocaleTest : public ContextTest, public ::testing::WithParamInterface<LocaleCase> {};
+
+TEST_P(LocaleTest, ConversionFlagsFollowTheEnvironmentCharacterSet) {
+  const LocaleCase &c = GetParam();
+  env_.set("LC_ALL", c.lc_all ? std::optional<std::string>(c.lc_all) : std::nullopt);
+  env_.set("LC_CTYPE", c.lc_ctype ? std::optional<std::string>(c.lc_ctype) : std::nullopt);
+  env_.set("LANG", c.lang ? std::optional<std::string>(c.lang) : std::nullopt);
+  gsluctx *ctx = gsluizgcGetContext();
+  ASSERT_NE(ctx, nullptr);
+  EXPECT_EQ(ctx->input_conversion, c.flag);
+  EXPECT_EQ(ctx->output_conversion, c.flag);
+  EXPECT_TRUE(gslu::codesetIsUtf8(ctx->internal_lang->codeset));
+}
+
+// Code sets named in uninstalled locales are taken from the name, so these
+// cases hold on any machine.
+INSTANTIATE_TEST_SUITE_P(
+    Environments, LocaleTest,
+    ::testing::Values(LocaleCase{nullptr, nullptr, nullptr, 0},
+                      LocaleCase{"C", nullptr, nullptr, 0},
+                      LocaleCase{nullptr, nullptr, "POSIX", 0},
+                      LocaleCase{nullptr, nullptr, "C.UTF-8", 0},
+                      LocaleCase{nullptr, nullptr, "xx_YY.UTF-8", 0},
+                      LocaleCase{nullptr, nullptr, "xx_YY.utf8", 0},
+                      LocaleCase{nullptr, nullptr, "xx_YY.ISO-8859-1", 1},
+                      LocaleCase{"xx_YY.UTF-8", nullptr, "xx_YY.ISO-8859-1", 0},
+                      LocaleCase{nullptr, "xx_YY.ISO-8859-15", "xx_YY.UTF-8", 1},
+                      LocaleCase{"", nullptr, "xx_YY.ISO-8859-1", 1}));
+
+// An installed Latin-1 locale, generated into a private directory.
+TEST_F(ContextTest, InstalledLatin1LocaleSetsBothFlags) {
+  TempDir locales;
+  std::string cmd = "localedef -i en_US -f ISO-8859-1 " + locales.path() +
+                    "/en_US.ISO-8859-1 >/dev/null 2>&1";
+  if (std::system(cmd.c_str()) != 0 &&
+      !std::filesystem::exists(locales.path() + "/en_US.ISO-8859-1")) {
+    GTEST_SKIP() << "localedef cannot build en_US.ISO-8859-1 here (package locales missing)";
+  }
+  env_.set("LOCPATH", locales.path());
+  env_.set("LANG", "en_US.ISO-8859-1");
+  gsluctx *ctx = gsluizgcGetContext();
+  ASSERT_NE(ctx, nullptr);
+  EXPECT_STREQ(ctx->output_lang->codeset, "ISO-8859-1");
+  EXPECT_EQ(ctx->output_lang->flags & gslu::kLangSingleByte, gslu::kLangSingleByte);
+  EXPECT_EQ(ctx->input_conversion, 1u);
+  EXPECT_EQ(ctx->output_conversion, 1u);
+}
+
+// Every step that can fail: start-up reports it, publishes nothing, leaks
+// nothing (checked by the sanitizer build) and the next attempt succeeds.
+struct StepCase {
+  gslu::StartupStep step;
+  int status;
+};
+
+void PrintTo(const StepCase &c, std::ostream *os) { *os << "step " << static_cast<int>(c.step); }
+
+class StartupStepTest : public ContextTest, public ::testing::WithParamInterface<StepCase> {};
+
+TEST_P(StartupStepTest, FailingStepLeavesNothingBehind) {
+  gslu::startupFailStepForTesting(GetParam().step);
+  gsluctx *ctx = nullptr;
+  EXPECT_EQ(gsluinit(&ctx), GetParam().status);
+  EXPECT_EQ(ctx, nullptr);
+  EXPECT_EQ(sgsluugGetContext(), nullptr);
+  EXPECT_NE(gslu::startupDiagnostic()[0], '\0');
+  ASSERT_NE(gsluizgcGetContext(), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Steps, StartupStepTest,
+    ::testing::Values(StepCase{gslu::kStepLanguageService, 2}, StepCase{gslu::kStepContextMemory, 5},
+                      StepCase{gslu::kStepFirstLock, 2}, StepCase{gslu::kStepLanguages, 2},
+                      StepCase{gslu::kStepThreadService, 2},
+                      StepCase{gslu::kStepResourceManager, 2}, StepCase{gslu::kStepLocks, 2},
+                      StepCase{gslu::kStepMessages, 2}, StepCase{gslu::kStepMessageBind, 2},
+                      StepCase{gslu::kStepSecondLock, 2}, StepCase{gslu::kStepOutputMessages, 2},
+                      StepCase{gslu::kStepFormat, 2}, StepCase{gslu::kStepRegistrySave, 2}));
+
+TEST_F(ContextTest, RegistryMemoryExhaustedGivesStatus5) {
+  gslu::registryFailPrivateAllocAfter(0);
+  gsluctx *ctx = nullptr;
+  EXPECT_EQ(gsluinit(&ctx), GSLU_INIT_NO_MEMORY);
+  gslu::registryFailPrivateAllocAfter(-1);
+}
+
+TEST_F(ContextTest, ClientHandleRules) {
+  gsluctx *global = gsluizgcGetContext();
+  ASSERT_NE(global, nullptr);
+  static const gsluMemCallbacks table{};
+  gsluctx other{};
+  int user = 0;
+  gslcClientHandle with_both{&other, &table, &user};
+  gslcClientHandle allocator_only{nullptr, &table, &user};
+  gslcClientHandle neither{nullptr, nullptr, nullptr};
+  gslcClientHandle context_only{&other, nullptr, nullptr};
+
+  EXPECT_EQ(gslccx_Getgsluctx(nullptr), global);
+  EXPECT_EQ(gslccx_Getgsluctx(&neither), global);
+  EXPECT_EQ(gslccx_Getgsluctx(&allocator_only), nullptr);
+  EXPECT_EQ(gslccx_Getgsluctx(&context_only), &other);
+  EXPECT_EQ(other.mem_table, nullptr);
+  EXPECT_EQ(gslccx_Getgsluctx(&with_both), &other);
+  EXPECT_EQ(other.mem_table, &table);
+  EXPECT_EQ(other.mem_user, &user);
+}
+
+TEST_F(ContextTest, SecurityServiceGetsTheCallbackForms) {
+  EXPECT_EQ(gsluicbInitCallback(nullptr, nullptr), GSLU_INIT_NULL_TABLE);
+  gsluctx *ctx = gsluizgcGetContext();
+  gsluSecMemCallbacks t{};
+  ASSERT_EQ(gsluicbInitCallback(ctx, &t), GSLU_INIT_OK);
+  EXPECT_EQ(t.user, ctx);
+  int status = -1;
+  void *p = t.allocate(t.user, 16, &status);
+  EXPECT_EQ(status, 0);
+  p = t.reallocate(t.user, p, 32, &status);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(t.release(t.user, &p), 0);
+  EXPECT_EQ(p, nullptr);
+}
+
+TEST_F(ContextTest, SeedFallsBackToTheClockWhenTheDateServiceFails) {
+  gsluctx *ctx = gsluizgcGetContext();
+  ASSERT_NE(ctx, nullptr);
+  gslu::dateFailNextForTesting();
+  sgsluuiInit(ctx);  // jumps back through gsluderrf and still fills the seed
+  EXPECT_LT(ctx->uid_seed[0], 10000u);
+  for (int i = 1; i < 5; ++i) EXPECT_LT(ctx->uid_seed[i], 1000u);
+  sgsluuiInit(nullptr);
+}
+
+TEST_F(ContextTest, ResourceManagerMessagesAreKeptCut) {
+  gsluctx *ctx = gsluizgcGetContext();
+  std::string longer(gslu::kLrmMessageSize + 10, 'm');
+  gsluLRMMsgHandler(ctx, longer.c_str());
+  EXPECT_EQ(std::strlen(ctx->lrm_message), gslu::kLrmMessageSize - 1);
+  gsluLRMMsgHandler(nullptr, "ignored");
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+// Message lookup and the catalogue format.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "core/context_internal.h"
+#include "core/messages.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using qtest::TempDir;
+
+TEST(Messages, KnownAndUnknownNumbers) {
+  const char *text = nullptr;
+  int status = -1;
+  ASSERT_EQ(gslusgmGetMessage(nullptr, GSLUSGM_DOCUMENT_NOT_CONVERTED, &text, &status), GSLUSGM_OK);
+  EXPECT_EQ(status, 0);
+  EXPECT_NE(std::strstr(text, "could not be converted"), nullptr);
+  std::string unknown_text;
+  ASSERT_EQ(gslusgmGetMessage(nullptr, GSLUSGM_UNKNOWN_NUMBER, &text, nullptr), GSLUSGM_OK);
+  unknown_text = text;
+  status = -1;
+  EXPECT_EQ(gslusgmGetMessage(nullptr, 12345, &text, &status), GSLUSGM_NOT_FOUND);
+  EXPECT_EQ(unknown_text, text);
+  EXPECT_EQ(status, -1) << "a failed lookup leaves the status alone";
+  EXPECT_EQ(gslusngmNlsGetMessage(nullptr, 12345, &text, &status), GSLUSGM_NOT_FOUND);
+  EXPECT_EQ(unknown_text, text);
+}
+
+TEST(Messages, BufferedFormIsBounded) {
+  char buf[10];
+  std::memset(buf, 'x', sizeof buf);
+  EXPECT_EQ(gslusgmGetMessage_r(nullptr, 2101, buf, 8, nullptr), GSLUSGM_OK);
+  EXPECT_EQ(std::strlen(buf), 7u);
+  EXPECT_EQ(buf[8], 'x');
+}
+
+TEST(Messages, ContextWithoutHandlesGivesTheFixedTexts) {
+  auto *bare = new gsluctx{};  // as a start-up that stopped half-way
+  const char *text = nullptr;
+  int status = 77;
+  EXPECT_EQ(gslusgmGetMessage(bare, 2101, &text, &status), GSLUSGM_NOT_FOUND);
+  EXPECT_STREQ(text, "Unable To create LDAP error message from mesg no.");
+  EXPECT_EQ(status, 77);
+  char buf[128];
+  EXPECT_EQ(gslusgmGetMessage_r(bare, 2101, buf, sizeof buf, &status), GSLUSGM_NOT_FOUND);
+  EXPECT_STREQ(buf, "Unable To create LDAP error Message for error:2101\n");
+  delete bare;
+}
+
+// Catalogue files that must be refused, each naming its bad line.
+struct BadCatalogue {
+  const char *content;
+  const char *where;
+};
+
+void PrintTo(const BadCatalogue &c, std::ostream *os) { *os << '"' << c.content << '"'; }
+
+class BadCatalogueTest : public ::testing::TestWithParam<BadCatalogue> {};
+
+TEST_P(BadCatalogueTest, IsRefusedWithItsLineNumber) {
+  TempDir dir;
+  dir.write("ldap.msg", GetParam().content);
+  gslu::Language utf8{};
+  gslu::languageDefaultUtf8(&utf8);
+  gslu::MessageHandle h{};
+  std::string why;
+  EXPECT_FALSE(gslu::msgOpen(&h, dir.path().c_str(), "ldap", utf8, &why));
+  EXPECT_NE(why.find(GetParam().where), std::string::npos) << why;
+  EXPECT_EQ(h.catalog, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, BadCatalogueTest,
+    ::testing::Values(BadCatalogue{"text without number\n", "ldap.msg:1:"},
+                      BadCatalogue{"# c\n\n 12 indented\n", "ldap.msg:3:"},
+                      BadCatalogue{"12\n", "ldap.msg:1:"},
+                      BadCatalogue{"12   \n", "ldap.msg:1:"},
+                      BadCatalogue{"12x text\n", "ldap.msg:1:"},
+                      BadCatalogue{"0 zero\n", "ldap.msg:1:"},
+                      BadCatalogue{"4294967296 too big\n", "ldap.msg:1:"},
+                      BadCatalogue{"1 a\n2 b\n1 again\n", "ldap.msg:3:"},
+                      BadCatalogue{"1 bad \\q escape\n", "ldap.msg:1:"},
+                      BadCatalogue{"1 trailing backslash\\\n", "ldap.msg:1:"}));
+
+TEST(Catalogue, MissingFileIsNamed) {
+  gslu::Language utf8{};
+  gslu::languageDefaultUtf8(&utf8);
+  gslu::MessageHandle h{};
+  std::string why;
+  EXPECT_FALSE(gslu::msgOpen(&h, "/nonexistent-dir", "ldap", utf8, &why));
+  EXPECT_NE(why.find("/nonexistent-dir/ldap.msg"), std::string::npos);
+}
+
+struct Lookup {
+  uint32_t number;
+  const char *text;
+};
+
+TEST(Catalogue, EscapesCommentsAndOutputCharacterSet) {
+  TempDir dir;
+  dir.write("ldap.msg",
+            "# comment\r\n\n7\tTab\\tand\\nnewline\\\\ end\r\n"
+            "4294967295 largest\n8 Zürich €\n");
+  gslu::Language utf8{};
+  gslu::languageDefaultUtf8(&utf8);
+  gslu::Language latin1 = utf8;
+  ASSERT_TRUE(gslu::languageSetCodeset(&latin1, "ISO-8859-1"));
+
+  char buf[2048];
+  gslu::MessageHandle h{};
+  std::string why;
+  ASSERT_TRUE(gslu::msgOpen(&h, dir.path().c_str(), "ldap", utf8, &why)) << why;
+  ASSERT_TRUE(gslu::msgSetBuffer(&h, buf, sizeof buf) && gslu::msgBind(&h));
+  for (const Lookup &l : {Lookup{7, "Tab\tand\nnewline\\ end"}, Lookup{4294967295u, "largest"},
+                          Lookup{8, "Z\xc3\xbcrich \xe2\x82\xac"}}) {
+    EXPECT_STREQ(gslu::msgLookup(&h, l.number), l.text);
+    EXPECT_EQ(h.error, 0u);
+  }
+  (void)gslu::msgLookup(&h, 9);
+  EXPECT_NE(h.error, 0u);
+  gslu::msgClose(&h);
+
+  // The output-language handle delivers Latin-1, with '?' for what Latin-1
+  // cannot hold.
+  ASSERT_TRUE(gslu::msgOpen(&h, dir.path().c_str(), "ldap", latin1, &why)) << why;
+  ASSERT_TRUE(gslu::msgSetBuffer(&h, buf, sizeof buf) && gslu::msgBind(&h));
+  EXPECT_STREQ(gslu::msgLookup(&h, 8), "Z\xfcrich ?");
+  gslu::msgClose(&h);
+}
+
+}  // namespace

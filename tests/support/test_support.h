@@ -1,0 +1,85 @@
+// tests/support/test_support.h - helpers shared by the test suites:
+// scoped environment variables, temporary directories and a fresh core
+// context.
+#ifndef QUILLOMAT_TESTS_SUPPORT_H
+#define QUILLOMAT_TESTS_SUPPORT_H
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/context.h"
+
+namespace qtest {
+
+// Sets (or unsets, with nullopt) environment variables for one scope.
+class ScopedEnv {
+ public:
+  ScopedEnv() = default;
+  ScopedEnv(const char *name, std::optional<std::string> value) { set(name, std::move(value)); }
+  ScopedEnv(const ScopedEnv &) = delete;
+  ScopedEnv &operator=(const ScopedEnv &) = delete;
+  ~ScopedEnv() {
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+      if (it->second) {
+        setenv(it->first.c_str(), it->second->c_str(), 1);
+      } else {
+        unsetenv(it->first.c_str());
+      }
+    }
+  }
+  void set(const char *name, std::optional<std::string> value) {
+    const char *old = std::getenv(name);
+    saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+    if (value) {
+      setenv(name, value->c_str(), 1);
+    } else {
+      unsetenv(name);
+    }
+  }
+
+ private:
+  std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
+};
+
+// A directory removed with its content at the end of the scope.
+class TempDir {
+ public:
+  TempDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "quillomat-test-XXXXXX").string();
+    path_ = mkdtemp(tmpl.data());
+  }
+  TempDir(const TempDir &) = delete;
+  TempDir &operator=(const TempDir &) = delete;
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  const std::string &path() const { return path_; }
+  std::string write(const std::string &name, const std::string &content) const {
+    std::filesystem::path p = std::filesystem::path(path_) / name;
+    std::filesystem::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << content;
+    return p.string();
+  }
+
+ private:
+  std::string path_;
+};
+
+// Shuts the process-wide context down, so the next use builds a new one
+// under the environment the test has set.
+inline void dropContext() {
+  if (gsluctx *ctx = sgsluugGetContext()) gslushut(ctx);
+  if (sgsluzGlobalContext != nullptr) gslushut(sgsluzGlobalContext);
+}
+
+}  // namespace qtest
+
+#endif  // QUILLOMAT_TESTS_SUPPORT_H
