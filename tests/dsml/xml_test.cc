@@ -1,0 +1,316 @@
+// Tests of dsml/xml.h: the event sequence of real documents read in chunks
+// of 1, 2, 7 and 4096 bytes, whole texts, local names, stopping, sources,
+// entity safety and allocation failures.
+#include "dsml/xml.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "core/memory.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+constexpr size_t kChunkSizes[] = {1, 2, 7, 4096};
+constexpr size_t kNeverFail = SIZE_MAX;
+
+// Records every event as text; the handler of event number fail_at (from 0)
+// records it and then fails.
+struct Recorder {
+  std::vector<std::string> events;
+  size_t fail_at = kNeverFail;
+  int record(std::string event) {
+    events.push_back(std::move(event));
+    return events.size() - 1 == fail_at ? 1 : 0;
+  }
+};
+
+Recorder *rec(void *user) { return static_cast<Recorder *>(user); }
+int startDocument(void *u) { return rec(u)->record("S"); }
+int endDocument(void *u) { return rec(u)->record("E"); }
+int startElement(void *u, const char *name, const xmlattrs *attrs) {
+  std::string e = std::string("<") + name;
+  for (uint32_t i = 0; i < numAttributes(attrs); ++i) {
+    const xmlattr *a = getAttributeIndex(attrs, i);
+    e += std::string(" ") + getAttrLocal(a) + "=" + getAttrValue(a);
+  }
+  return rec(u)->record(e + ">");
+}
+int endElement(void *u, const char *name) { return rec(u)->record(std::string("</") + name + ">"); }
+int characters(void *u, const char *bytes, uint32_t length) {
+  return rec(u)->record("T:" + std::string(bytes, length));
+}
+
+constexpr xmlsaxcb kRecordingHandlers = {startDocument, endDocument, startElement, endElement,
+                                         characters, {}};
+
+// A temporary document and a parser instance feeding a Recorder.
+class XmlFixture {
+ protected:
+  XmlFixture() : xml_(xmlinit(nullptr, nullptr, nullptr, nullptr, &kRecordingHandlers, &recorder_,
+                              nullptr, nullptr, nullptr)) {}
+  ~XmlFixture() {
+    xmlterm(xml_);
+    xmlSetChunkSizeForTesting(0);
+  }
+  int parse(const std::string &source) {
+    recorder_.events.clear();
+    return xmlparse(xml_, source.c_str(), nullptr, XMLIF_READER_FLAGS);
+  }
+
+  qtest::TempDir dir_;
+  Recorder recorder_;
+  xmlctx *xml_;
+};
+
+using Events = std::vector<std::string>;
+const Events kDsmlEvents = {"S", "<dsml>", "<entry dn=cn=x>", "T:v", "</entry>", "</dsml>", "E"};
+
+struct DocumentCase {
+  const char *name;
+  std::string document;  // "@SECRET@" stands for the path of a secret local file
+  int status;
+  Events events;
+};
+
+const std::string kLongText(20000, 'x');
+
+const DocumentCase kDocuments[] = {
+    {"Basic", "<?xml version=\"1.0\"?>\n<a x=\"1\" y='2'><b>hi</b>tail</a>", XMLIF_OK,
+     {"S", "<a x=1 y=2>", "<b>", "T:hi", "</b>", "T:tail", "</a>", "E"}},
+    {"Unprefixed", "<dsml xmlns=\"http://www.dsml.org/DSML\"><entry dn=\"cn=x\">v</entry></dsml>",
+     XMLIF_OK, kDsmlEvents},
+    {"Prefixed",
+     "<dsml:dsml xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:entry dsml:dn=\"cn=x\">v"
+     "</dsml:entry></dsml:dsml>",
+     XMLIF_OK, kDsmlEvents},
+    {"AnyPrefix", "<q:dsml xmlns:q=\"urn:x\"><q:entry dn=\"cn=x\">v</q:entry></q:dsml>", XMLIF_OK,
+     kDsmlEvents},
+    {"NamespaceDeclarationsAreNotAttributes", "<a xmlns=\"u\" k1=\"1\" xmlns:p=\"v\" p:k2=\"2\"/>",
+     XMLIF_OK, {"S", "<a k1=1 k2=2>", "</a>", "E"}},
+    {"TextSplitByReferencesAndCdataArrivesWhole",
+     "<v>a&amp;b&#x41;<![CDATA[<c>]]>d&lt;<!--x-->e<?pi z?>f</v>", XMLIF_OK,
+     {"S", "<v>", "T:a&bA<c>d<ef", "</v>", "E"}},
+    {"InternalEntityIsExpanded", "<!DOCTYPE v [<!ENTITY e \"one&amp;two\">]><v>[&e;]</v>",
+     XMLIF_OK, {"S", "<v>", "T:[one&two]", "</v>", "E"}},
+    {"LongTextArrivesWhole", "<v>" + kLongText + "</v>", XMLIF_OK,
+     {"S", "<v>", "T:" + kLongText, "</v>", "E"}},
+    {"TextIsFlushedBeforeEachTag", "<a>\n <b/>x<c>y</c>\n</a>", XMLIF_OK,
+     {"S", "<a>", "T:\n ", "<b>", "</b>", "T:x", "<c>", "T:y", "</c>", "T:\n", "</a>", "E"}},
+    {"Latin1IsHandedOverAsUtf8",
+     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a n=\"\xe9\">\xe9</a>", XMLIF_OK,
+     {"S", "<a n=\xc3\xa9>", "T:\xc3\xa9", "</a>", "E"}},
+    {"MalformedFailsAfterEarlierEvents", "<a><b>x</b><c>y</a>", XMLIF_NOT_WELL_FORMED,
+     {"S", "<a>", "<b>", "T:x", "</b>", "<c>"}},
+    {"EmptyDocument", "", XMLIF_NOT_WELL_FORMED, {"S"}},
+    {"ExternalEntityIsNotLoaded",
+     "<!DOCTYPE a [<!ENTITY e SYSTEM \"@SECRET@\">]><a>pre&e;</a>", XMLIF_ENTITY_REFUSED,
+     {"S", "<a>"}},
+    {"ExternalDtdIsNotLoaded", "<!DOCTYPE a SYSTEM \"@SECRET@\"><a>ok</a>", XMLIF_OK,
+     {"S", "<a>", "T:ok", "</a>", "E"}},
+    {"EntityOfUnreadDtdFails", "<!DOCTYPE a SYSTEM \"@SECRET@\"><a>&e;</a>", XMLIF_ENTITY_REFUSED,
+     {"S", "<a>"}},
+};
+
+class DocumentTest : public XmlFixture,
+                     public ::testing::TestWithParam<std::tuple<DocumentCase, size_t>> {};
+
+TEST_P(DocumentTest, DeliversTheExpectedEvents) {
+  const auto &[c, chunk] = GetParam();
+  // Were this file read, as an entity or as a DTD, it would show up or break the parse.
+  const std::string secret = dir_.write("secret.txt", "TOPSECRET <!ENTITY e 'leak'>");
+  std::string doc = c.document;
+  if (const size_t at = doc.find("@SECRET@"); at != std::string::npos) doc.replace(at, 8, secret);
+  xmlSetChunkSizeForTesting(chunk);
+  ASSERT_NE(xml_, nullptr);
+  EXPECT_EQ(parse(dir_.write("doc.xml", doc)), c.status);
+  EXPECT_EQ(recorder_.events, c.events);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AllChunkSizes, DocumentTest,
+    ::testing::Combine(::testing::ValuesIn(kDocuments), ::testing::ValuesIn(kChunkSizes)),
+    [](const auto &info) {
+      return std::string(std::get<0>(info.param).name) + "_chunk" +
+             std::to_string(std::get<1>(info.param));
+    });
+
+class ChunkTest : public XmlFixture, public ::testing::TestWithParam<size_t> {
+ protected:
+  void SetUp() override {
+    ASSERT_NE(xml_, nullptr);
+    xmlSetChunkSizeForTesting(GetParam());
+  }
+};
+
+// Failing at every event in turn: that event is the last one seen (expat
+// would still report the end of <b/>), and the instance parses the next
+// document as if nothing had happened.
+TEST_P(ChunkTest, HandlerFailureStopsAtOnceAndInstanceStaysUsable) {
+  const std::string path = dir_.write("doc.xml", "<a k='v'><b/>t&amp;u<c>w</c></a>");
+  ASSERT_EQ(parse(path), XMLIF_OK);
+  const Events all = recorder_.events;
+  for (size_t i = 0; i < all.size(); ++i) {
+    recorder_.fail_at = i;
+    EXPECT_EQ(parse(path), XMLIF_HANDLER_FAILED) << "failing at " << all[i];
+    EXPECT_EQ(recorder_.events, Events(all.begin(), all.begin() + static_cast<long>(i) + 1));
+  }
+  recorder_.fail_at = kNeverFail;
+  EXPECT_EQ(parse(path), XMLIF_OK);
+  EXPECT_EQ(recorder_.events, all);
+}
+
+TEST_P(ChunkTest, BillionLaughsFailsCleanlyAndFast) {
+  std::string doc = "<!DOCTYPE lolz [<!ENTITY lol0 \"lol\">";
+  for (int i = 1; i <= 9; ++i) {
+    doc += "<!ENTITY lol" + std::to_string(i) + " \"";
+    for (int j = 0; j < 10; ++j) doc += "&lol" + std::to_string(i - 1) + ";";
+    doc += "\">";
+  }
+  doc += "]><lolz>&lol9;</lolz>";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(parse(dir_.write("lol.xml", doc)), XMLIF_ENTITY_REFUSED);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  EXPECT_EQ(recorder_.events, (Events{"S", "<lolz>"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllChunkSizes, ChunkTest, ::testing::ValuesIn(kChunkSizes));
+
+struct SourceCase {
+  const char *name;
+  const char *source;  // "@DIR@" stands for the temporary directory
+  int status;
+};
+
+void PrintTo(const SourceCase &c, std::ostream *os) { *os << c.name; }
+
+const SourceCase kSources[] = {
+    {"PlainPath", "@DIR@/a b.xml", XMLIF_OK},
+    {"FileUriEmptyHost", "file://@DIR@/a%20b.xml", XMLIF_OK},
+    {"FileUriLocalhost", "FILE://localhost@DIR@/a%20b.xml", XMLIF_OK},
+    {"FileUriNoHostWithFragment", "file:@DIR@/a%20b.xml#frag", XMLIF_OK},
+    {"Missing", "@DIR@/missing.xml", XMLIF_SOURCE_UNREADABLE},
+    {"DecodedOnce", "file://@DIR@/a%2520b.xml", XMLIF_SOURCE_UNREADABLE},
+    {"Directory", "@DIR@", XMLIF_SOURCE_UNREADABLE},
+    {"Http", "http://localhost/a.xml", XMLIF_UNSUPPORTED_SOURCE},
+    {"Ftp", "ftp://localhost@DIR@/a%20b.xml", XMLIF_UNSUPPORTED_SOURCE},
+    {"FileUriOtherHost", "file://elsewhere@DIR@/a%20b.xml", XMLIF_UNSUPPORTED_SOURCE},
+    {"TruncatedEscape", "file://@DIR@/a%2", XMLIF_BAD_URI},
+    {"NonHexEscape", "file://@DIR@/a%zz", XMLIF_BAD_URI},
+    {"EscapedNul", "file://@DIR@/a%00b.xml", XMLIF_BAD_URI},
+    {"RelativeFileUri", "file:a.xml", XMLIF_BAD_URI},
+};
+
+class SourceTest : public XmlFixture, public ::testing::TestWithParam<SourceCase> {};
+
+TEST_P(SourceTest, ReadsLocalFilesOnly) {
+  dir_.write("a b.xml", "<a/>");
+  std::string source = GetParam().source;
+  if (const size_t at = source.find("@DIR@"); at != std::string::npos) {
+    source.replace(at, 5, dir_.path());
+  }
+  EXPECT_EQ(parse(source), GetParam().status) << source;
+  EXPECT_EQ(recorder_.events, GetParam().status == XMLIF_OK ? (Events{"S", "<a>", "</a>", "E"})
+                                                            : Events{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Sources, SourceTest, ::testing::ValuesIn(kSources),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+class XmlApiTest : public XmlFixture, public ::testing::Test {};
+
+TEST_F(XmlApiTest, NullArgumentsAndOutOfRangeIndexes) {
+  EXPECT_EQ(xmlparse(nullptr, "x", nullptr, XMLIF_READER_FLAGS), XMLIF_NULL_ARGUMENT);
+  EXPECT_EQ(xmlparse(xml_, nullptr, nullptr, XMLIF_READER_FLAGS), XMLIF_NULL_ARGUMENT);
+  EXPECT_EQ(numAttributes(nullptr), 0u);
+  EXPECT_EQ(getAttributeIndex(nullptr, 0), nullptr);
+  EXPECT_EQ(getAttrLocal(nullptr), nullptr);
+  EXPECT_EQ(getAttrValue(nullptr), nullptr);
+  xmlterm(nullptr);
+}
+
+// A handler may not start a second parse on the instance it runs in.
+xmlctx *g_reentered = nullptr;
+int reenter(void *user) {
+  *static_cast<int *>(user) = xmlparse(g_reentered, "/nonexistent", nullptr, 0);
+  return 0;
+}
+
+TEST_F(XmlApiTest, ParseFromAHandlerIsRefusedAsBusy) {
+  const xmlsaxcb handlers = {reenter, nullptr, nullptr, nullptr, nullptr, {}};
+  int inner = -1;
+  int err = -1;
+  g_reentered = xmlinit(&err, nullptr, nullptr, nullptr, &handlers, &inner, nullptr, nullptr, nullptr);
+  ASSERT_NE(g_reentered, nullptr);
+  EXPECT_EQ(err, XMLIF_OK);
+  EXPECT_EQ(xmlparse(g_reentered, dir_.write("d.xml", "<a/>").c_str(), nullptr, 0), XMLIF_OK);
+  EXPECT_EQ(inner, XMLIF_BUSY);
+  xmlterm(g_reentered);
+}
+
+TEST_F(XmlApiTest, EncodingArgumentOverridesTheDeclaration) {
+  const std::string path = dir_.write("d.xml", "<a>\xe9</a>");  // not UTF-8
+  EXPECT_EQ(parse(path), XMLIF_NOT_WELL_FORMED);
+  recorder_.events.clear();
+  EXPECT_EQ(xmlparse(xml_, path.c_str(), "ISO-8859-1", 0), XMLIF_OK);
+  EXPECT_EQ(recorder_.events, (Events{"S", "<a>", "T:\xc3\xa9", "</a>", "E"}));
+}
+
+// Allocation-failure sweep: fail the Nth allocation (expat's own included)
+// for N = 0, 1, ... until the parse succeeds. The realloc hook copies only
+// the old size it is told, so a wrong size from the block header shows.
+size_t g_allocations_left = 0;
+void *countedMalloc(gsluctx *, uint32_t size) {
+  if (g_allocations_left == 0) return nullptr;
+  --g_allocations_left;
+  return std::malloc(size);
+}
+void *copyingRealloc(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
+  void *p = countedMalloc(nullptr, size);
+  if (p == nullptr) return nullptr;
+  std::memcpy(p, old, std::min(size, oldsize));
+  std::free(old);
+  return p;
+}
+void plainFree(gsluctx *, void *block) { std::free(block); }
+
+TEST_F(XmlApiTest, EveryAllocationFailureIsReportedAndLeaksNothing) {
+  const std::string path = dir_.write(
+      "d.xml", "<!DOCTYPE a [<!ENTITY e 'ee'>]><p:a xmlns:p='u' p:k='v'>" + kLongText +
+                   "&e;<b/></p:a>");
+  xmlSetChunkSizeForTesting(7);
+  ASSERT_EQ(parse(path), XMLIF_OK);
+  const Events all = recorder_.events;
+  ASSERT_EQ(gslumsSetHooks(nullptr, countedMalloc, nullptr, copyingRealloc, plainFree), GSLUM_OK);
+  int status = -1;
+  size_t n = 0;
+  for (; n < 10000 && status != XMLIF_OK; ++n) {
+    g_allocations_left = n;
+    int err = -1;
+    xmlctx *x = xmlinit(&err, nullptr, nullptr, nullptr, &kRecordingHandlers, &recorder_, nullptr,
+                        nullptr, nullptr);
+    if (x == nullptr) {
+      EXPECT_EQ(err, XMLIF_NO_MEMORY);
+      continue;
+    }
+    recorder_.events.clear();
+    status = xmlparse(x, path.c_str(), nullptr, XMLIF_READER_FLAGS);
+    if (status != XMLIF_OK) {
+      EXPECT_EQ(status, XMLIF_NO_MEMORY) << "allocation " << n;
+    }
+    xmlterm(x);
+  }
+  ASSERT_EQ(gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr), GSLUM_OK);
+  EXPECT_EQ(status, XMLIF_OK);
+  EXPECT_GT(n, 10u);  // the sweep did reach into expat
+  EXPECT_EQ(recorder_.events, all);
+}
+
+}  // namespace
