@@ -24,21 +24,13 @@ namespace {
   return t;
 }
 
-// The memory functions read the process-wide pointer directly, not the
-// run-mode selected one.
-[[nodiscard]] gsluctx *memoryContext(gsluctx *ctx) {
-  if (ctx != nullptr) return ctx;
-  if (sgsluzGlobalContext != nullptr) return sgsluzGlobalContext;
-  return gsluizgcGetContext();
-}
-
 }  // namespace
 
 extern "C" {
 
 int gslumsSetHooks(gsluctx *ctx, gsluMallocHook m, gsluCallocHook c, gsluReallocHook r,
                    gsluFreeHook f) {
-  gsluctx *g = memoryContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g == nullptr) return 10;
   g->hook_malloc = m;
   g->hook_calloc = c;
@@ -49,7 +41,7 @@ int gslumsSetHooks(gsluctx *ctx, gsluMallocHook m, gsluCallocHook c, gsluRealloc
 
 void *gslummMalloc(gsluctx *ctx, uint32_t size) {
   if (size == 0) return nullptr;
-  gsluctx *g = memoryContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g != nullptr) {
     if (const gsluMemCallbacks *t = completeTable(g)) return t->allocate(g, g->mem_user, size);
     if (g->hook_malloc != nullptr) return g->hook_malloc(g, size);
@@ -59,7 +51,7 @@ void *gslummMalloc(gsluctx *ctx, uint32_t size) {
 
 void *gslumcCalloc(gsluctx *ctx, uint32_t count, uint32_t size) {
   if (count == 0 || size == 0) return nullptr;
-  gsluctx *g = memoryContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g != nullptr) {
     if (const gsluMemCallbacks *t = completeTable(g)) {
       return t->allocate_zeroed(g, g->mem_user, count, size, t);
@@ -72,7 +64,7 @@ void *gslumcCalloc(gsluctx *ctx, uint32_t count, uint32_t size) {
 }
 
 void *gslumrRealloc(gsluctx *ctx, uint32_t size, void *old, uint32_t oldsize) {
-  gsluctx *g = memoryContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g != nullptr) {
     if (const gsluMemCallbacks *t = completeTable(g)) {
       return t->reallocate(g, g->mem_user, size, old, oldsize, t);
@@ -88,7 +80,7 @@ void *gslumrRealloc(gsluctx *ctx, uint32_t size, void *old, uint32_t oldsize) {
 
 int gslumfFree(gsluctx *ctx, void *block) {
   if (block == nullptr) return GSLUM_NULL_BLOCK;
-  gsluctx *g = memoryContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g != nullptr) {
     if (const gsluMemCallbacks *t = completeTable(g)) {
       t->release(g, g->mem_user, block);
@@ -123,7 +115,7 @@ int gslucfFree(gsluctx *ctx, void **block) {
 }
 
 void *gslumdDummyCalloc(gsluctx *ctx, uint32_t count, uint32_t size) {
-  gsluctx *g = memoryContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g == nullptr || g->mem_manager == nullptr || g->mem_heap == nullptr) return nullptr;
   auto *mm = static_cast<gslu::MemoryManager *>(g->mem_manager);
   return mm->calloc(g->mem_heap, count, size, "gslum", 144);

@@ -13,12 +13,6 @@ constexpr char kNoHandleText[] = "Unable To create LDAP error message from mesg 
 // stand because callers and scripts match them.
 constexpr char kNoHandleTextR[] = "Unable To create LDAP error Message for error:";
 
-[[nodiscard]] gsluctx *messageContext(gsluctx *ctx) {
-  if (ctx != nullptr) return ctx;
-  if (sgsluzGlobalContext != nullptr) return sgsluzGlobalContext;
-  return gsluizgcGetContext();
-}
-
 // Looks number up in h; unknown numbers give the text of 9999 and 3.
 [[nodiscard]] int lookup(gslu::MessageHandle *h, uint32_t number, const char **text, int *status) {
   const char *found = gslu::msgLookup(h, number);
@@ -45,7 +39,7 @@ void copyBounded(char *buffer, std::size_t size, const char *text) {
 extern "C" {
 
 int gslusgmGetMessage(gsluctx *ctx, uint32_t number, const char **text, int *status) {
-  gsluctx *g = messageContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g == nullptr || g->active_messages == nullptr) {
     if (text != nullptr) *text = kNoHandleText;
     return GSLUSGM_NOT_FOUND;
@@ -55,7 +49,7 @@ int gslusgmGetMessage(gsluctx *ctx, uint32_t number, const char **text, int *sta
 }
 
 int gslusngmNlsGetMessage(gsluctx *ctx, uint32_t number, const char **text, int *status) {
-  gsluctx *g = messageContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g == nullptr || g->output_messages_active == nullptr) {
     if (text != nullptr) *text = kNoHandleText;
     return GSLUSGM_NOT_FOUND;
@@ -65,7 +59,7 @@ int gslusngmNlsGetMessage(gsluctx *ctx, uint32_t number, const char **text, int 
 }
 
 int gslusgmGetMessage_r(gsluctx *ctx, uint32_t number, char *buffer, size_t size, int *status) {
-  gsluctx *g = messageContext(ctx);
+  gsluctx *g = gslu::resolveContext(ctx);
   if (g == nullptr || g->active_messages == nullptr) {
     if (buffer != nullptr && size > 0) {
       std::snprintf(buffer, size, "%s%u\n", kNoHandleTextR, number);
