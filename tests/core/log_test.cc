@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,14 +16,10 @@
 
 namespace {
 
-struct Logged {
-  uint32_t level;
-  std::string text;
-};
-std::vector<Logged> g_logged;
+std::vector<std::string> g_logged;  // "level text"
 
 int captureLog(gsluctx *, void *, uint32_t level, const char *text) {
-  g_logged.push_back({level, text});
+  g_logged.push_back(std::to_string(level) + " " + text);
   return 0;
 }
 
@@ -32,55 +27,36 @@ int captureLog(gsluctx *, void *, uint32_t level, const char *text) {
 // log uses it.
 const gsluMemCallbacks kLogOnly = {nullptr, nullptr, nullptr, nullptr, captureLog};
 
-struct Hooked {
-  uint32_t level;
-  std::string format;
-  uint32_t count;
-};
-std::vector<Hooked> g_hooked;
+std::vector<std::string> g_hooked;  // "level format count"
 
 void captureHook(uint32_t level, const char *format, const gsluArg *, uint32_t count) {
-  g_hooked.push_back({level, format, count});
-}
-
-std::string readFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
+  g_hooked.push_back(std::to_string(level) + " " + format + std::to_string(count));
 }
 
 // Fresh context, initial trace switches, and a home with ldap/log.
-class LogTest : public ::testing::Test {
+class LogTest : public qtest::FreshContextTest {
  protected:
   void SetUp() override {
-    qtest::dropContext();
     ldap_debug = GSLUTC_LEVEL_ERROR;
     debug_flag = 0;
-    env_.set("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR);
-    env_.set("LC_ALL", std::nullopt);
-    env_.set("LC_CTYPE", std::nullopt);
-    env_.set("LANG", std::nullopt);
+    FreshContextTest::SetUp();
     env_.set("VESTRA_HOME", home_.path());
     std::filesystem::create_directories(home_.path() + "/ldap/log");
-    ctx_ = gsluizgcGetContext();
-    ASSERT_NE(ctx_, nullptr);
     g_logged.clear();
     g_hooked.clear();
   }
   void TearDown() override {
     ldap_debug = GSLUTC_LEVEL_ERROR;
     debug_flag = 0;
-    qtest::dropContext();
+    FreshContextTest::TearDown();
   }
+  std::string log() const { return qtest::readFile(logPath()); }
 
   std::string logPath() const {
     return home_.path() + "/ldap/log/qdrldapd00s" + std::to_string(getpid()) + ".log";
   }
 
-  qtest::ScopedEnv env_;
   qtest::TempDir home_;
-  gsluctx *ctx_ = nullptr;
 };
 
 // ---- The trace decision --------------------------------------------------------------
@@ -107,14 +83,9 @@ TEST_P(DecisionTest, DecidesWhetherLineIsWanted) {
   EXPECT_EQ(gslutcTraceWithCtx(ctx_, c.level, "line %d\n", GSLUF_ARG_INT32_PTR, &n, 0), 0u);
   EXPECT_EQ(gsluffFLog(ctx_, c.level, "direct\n"), 0);
   ctx_->mem_table = nullptr;
-  if (!c.wanted) {
-    EXPECT_TRUE(g_logged.empty());
-    return;
-  }
-  ASSERT_EQ(g_logged.size(), 2u);
-  EXPECT_EQ(g_logged[0].text, "line 7\n");
-  EXPECT_EQ(g_logged[0].level, c.level);
-  EXPECT_EQ(g_logged[1].text, "direct\n");
+  const std::string level = std::to_string(c.level);
+  const std::vector<std::string> expected = {level + " line 7\n", level + " direct\n"};
+  EXPECT_EQ(g_logged, c.wanted ? expected : std::vector<std::string>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Switches, DecisionTest,
@@ -136,11 +107,7 @@ TEST_F(LogTest, HookReceivesEveryLineInsteadOfLog) {
   const int32_t n = 3;
   EXPECT_EQ(gslutcTraceWithCtx(ctx_, 0x4000, "error %d\n", GSLUF_ARG_INT32_PTR, &n, 0), 0u);
   EXPECT_EQ(gslu::trace(ctx_, 1, "detail %s\n", "x"), 0u);  // not wanted, still hooked
-  ASSERT_EQ(g_hooked.size(), 2u);
-  EXPECT_EQ(g_hooked[0].level, 0x4000u);
-  EXPECT_EQ(g_hooked[0].format, "error %d\n");
-  EXPECT_EQ(g_hooked[0].count, 1u);
-  EXPECT_EQ(g_hooked[1].level, 1u);
+  EXPECT_EQ(g_hooked, (std::vector<std::string>{"16384 error %d\n1", "1 detail %s\n1"}));
   EXPECT_FALSE(std::filesystem::exists(logPath()));
   ASSERT_EQ(gslutsSetTraceHook(ctx_, nullptr), GSLUF_OK);
   EXPECT_EQ(ctx_->trace_hook_on, 0u);
@@ -168,39 +135,36 @@ TEST_F(LogTest, ErrorLineCreatesTimeStampedLogFile) {
   const int32_t n = 7;
   EXPECT_EQ(gslutcTrace(0x4000, "error %d in %s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING, "o=ex", 0), 0u);
   EXPECT_EQ(gslu::trace(ctx_, 1, "%s\n", "not wanted"), 0u);
-  const std::string log = readFile(logPath());
-  ASSERT_GT(log.size(), kStampSize) << log;
-  EXPECT_TRUE(isLocalTime(log.substr(0, kStampSize))) << log;
-  EXPECT_EQ(log.substr(kStampSize), " * error 7 in o=ex\n");
+  const std::string text = log();
+  ASSERT_GT(text.size(), kStampSize) << text;
+  EXPECT_TRUE(isLocalTime(text.substr(0, kStampSize))) << text;
+  EXPECT_EQ(text.substr(kStampSize), " * error 7 in o=ex\n");
   EXPECT_NE(ctx_->log_stamp_format, nullptr);
 }
 
-TEST_F(LogTest, NullStringArgumentLogsPlaceholder) {
+TEST_F(LogTest, NullStringPlaceholderAndPercentInText) {
   EXPECT_EQ(gslufdDebug(ctx_, GSLUF_DEBUG_LOG, "value=%s\n", GSLUF_ARG_STRING, nullptr, 0), 0);
-  const std::string log = readFile(logPath());
-  EXPECT_NE(log.find(" * value=<null arg>\n"), std::string::npos) << log;
-}
-
-TEST_F(LogTest, PercentInTracedTextIsWrittenAsItIs) {
-  EXPECT_EQ(gsluffFLog(ctx_, 0x4000, "100% done %d\n"), 0);
-  EXPECT_NE(readFile(logPath()).find(" * 100% done %d\n"), std::string::npos);
+  EXPECT_EQ(gsluffFLog(ctx_, 0x4000, "100% done %d\n"), 0);  // text, not a format
+  const std::string text = log();
+  EXPECT_NE(text.find(" * value=<null arg>\n"), std::string::npos) << text;
+  EXPECT_NE(text.find(" * 100% done %d\n"), std::string::npos) << text;
 }
 
 TEST_F(LogTest, DeletedLogFileIsRecreated) {
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "first"), 0u);
   ASSERT_TRUE(std::filesystem::remove(logPath()));
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "second"), 0u);
-  const std::string log = readFile(logPath());
-  EXPECT_EQ(log.find("first"), std::string::npos);
-  EXPECT_NE(log.find(" * second\n"), std::string::npos);
+  const std::string text = log();
+  EXPECT_EQ(text.find("first"), std::string::npos);
+  EXPECT_NE(text.find(" * second\n"), std::string::npos);
 }
 
 TEST_F(LogTest, ExistingLogFileIsAppendedTo) {
   std::ofstream(logPath()) << "earlier\n";
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "later"), 0u);
-  const std::string log = readFile(logPath());
-  EXPECT_EQ(log.rfind("earlier\n", 0), 0u);
-  EXPECT_NE(log.find(" * later\n"), std::string::npos);
+  const std::string text = log();
+  EXPECT_EQ(text.rfind("earlier\n", 0), 0u);
+  EXPECT_NE(text.find(" * later\n"), std::string::npos);
 }
 
 TEST_F(LogTest, UnsetHomeDropsLine) {
@@ -215,8 +179,7 @@ TEST_F(LogTest, LongTraceLineIsCutAtBufferSize) {
   const std::string text(2000, 'x');
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s", text.c_str()), 0u);
   ctx_->mem_table = nullptr;
-  ASSERT_EQ(g_logged.size(), 1u);
-  EXPECT_EQ(g_logged[0].text, std::string(1023, 'x'));
+  EXPECT_EQ(g_logged, std::vector<std::string>{"16384 " + std::string(1023, 'x')});
 }
 
 TEST_F(LogTest, StampFormatFailureAbandonsNewFile) {
@@ -270,20 +233,13 @@ INSTANTIATE_TEST_SUITE_P(Table, LogNameTest,
                                            NameCase{14, 0, "indexer.log"},
                                            NameCase{15, 0, "masspurge.log"},
                                            NameCase{16, 0, ""},
-                                           NameCase{200, 0, "qdrldapd00s<pid>.log"}));
-
-TEST(LocalTimeTest, FormatAndSmallBuffer) {
-  char now[40];
-  sgsludqdrLocalTimeString(now, sizeof now);
-  EXPECT_TRUE(isLocalTime(now)) << now;
-  char small[8] = "junk";
-  sgsludqdrLocalTimeString(small, sizeof small);
-  EXPECT_STREQ(small, "");
-  sgsludqdrLocalTimeString(nullptr, 10);  // nothing happens
-  uint32_t pid = 0;
-  sgslupgGetProcId(nullptr, &pid);
-  EXPECT_EQ(pid, static_cast<uint32_t>(getpid()));
-  sgslupgGetProcId(nullptr, nullptr);
-}
+                                           NameCase{200, 0, "qdrldapd00s<pid>.log"}),
+                         [](const auto &info) {
+                           const NameCase &c = info.param;
+                           return c.name.empty() ? "Component" + std::to_string(c.component) +
+                                                       "NameWithoutItsArgumentGetsNoFileDeliberately"
+                                                 : "Component" + std::to_string(c.component) +
+                                                       "Instance" + std::to_string(c.instance);
+                         });
 
 }  // namespace
