@@ -17,6 +17,7 @@
 
 #include "core/context_internal.h"
 #include "core/convert.h"
+#include "core/messages.h"
 #include "core/output.h"
 #include "core/output_internal.h"
 #include "tests/support/test_support.h"
@@ -292,6 +293,12 @@ TEST_F(OutputTest, ClosedPipeGivesWriteFailureRememberedUntilClose) {
     EXPECT_EQ(gslufcsCloseStdout(ctx_), GSLUF_WRITE_FAILED);
   }
   std::signal(SIGPIPE, previous);
+}
+
+TEST_F(OutputTest, CatalogueExplainsIncompleteOutput) {
+  const char *text = nullptr;
+  EXPECT_EQ(gslusgmGetMessage(ctx_, GSLUSGM_STDOUT_INCOMPLETE, &text, nullptr), GSLUSGM_OK);
+  EXPECT_NE(std::string(text).find("standard output"), std::string::npos);
 }
 
 // exit() without gslufcsCloseStdout still delivers what was buffered.
