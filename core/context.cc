@@ -97,13 +97,6 @@ void setUpLanguages(gsluctx *ctx) {
   return true;
 }
 
-void closeLog(gsluctx *ctx) {
-  if (ctx->log_file != nullptr) std::fclose(static_cast<FILE *>(ctx->log_file));
-  if (ctx->log_name != nullptr) (void)gslumfFree(ctx, ctx->log_name);
-  if (ctx->log_path != nullptr) (void)gslumfFree(ctx, ctx->log_path);
-  ctx->log_file = ctx->log_name = ctx->log_path = nullptr;
-}
-
 // Releases every service the context holds, in shut-down order; serves both
 // gslushut and a start-up that fails half-way. Safe on a partial context.
 void releaseServices(gsluctx *ctx) {
@@ -124,7 +117,8 @@ void releaseServices(gsluctx *ctx) {
     ctx->rm = nullptr;
     if (locked) pthread_mutex_unlock(&ctx->rm_lock);
   }
-  closeLog(ctx);
+  logRelease(ctx);
+  convertersRelease(ctx);
   msgClose(&ctx->messages);
   msgClose(&ctx->output_messages);
   ctx->active_messages = nullptr;

@@ -14,6 +14,7 @@
 #include "core/lang.h"
 #include "core/memory.h"
 #include "core/msgfile.h"
+#include "core/output.h"
 #include "core/runtime.h"
 
 namespace gslu {
@@ -46,7 +47,8 @@ struct gsluctx {
   gslu::Registry *registry;
   uint32_t uid_seed[5];
   gslu::ResourceManager *rm;
-  // Log file (opened on first trace line that is written).
+  // Log file (opened on first trace line that is written): the open FILE,
+  // and its file name and full path as gslummMalloc blocks.
   void *log_file;
   void *log_name;
   void *log_path;
@@ -80,7 +82,7 @@ struct gsluctx {
   char output_message_text[gslu::kMessageBufferSize];
   gslu::SecurityService *security;
   char lrm_message[gslu::kLrmMessageSize];
-  void (*trace_hook)(uint32_t level, const char *format, void *args);
+  gsluTraceHook trace_hook;
   gsluMallocHook hook_malloc;
   gsluCallocHook hook_calloc;
   gsluReallocHook hook_realloc;
@@ -138,6 +140,13 @@ enum StartupStep : int {
   kStepRegistrySave = 21,
 };
 void startupFailStepForTesting(StartupStep step);
+
+// What other modules hold in the context and shut-down releases: the
+// converters of the thread slots (core/convert.cc), and the log file with
+// its names and time-stamp format (core/log.cc).
+void convertersRelease(gsluctx *ctx);
+void logClose(gsluctx *ctx);
+void logRelease(gsluctx *ctx);
 
 // Frees a block through the context's allocator; for std::unique_ptr.
 struct ContextFree {

@@ -88,6 +88,10 @@ void languageDefaultUtf8(Language *out) {
 
 bool languageFromEnvironment(Language *out) {
   const char *loc = environmentLocale();
+  return loc != nullptr && languageFromLocale(loc, out);
+}
+
+bool languageFromLocale(const char *loc, Language *out) {
   if (loc == nullptr || isPortableLocale(loc)) return false;
   // language[_territory][.codeset][@modifier]
   std::string_view full(loc);

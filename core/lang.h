@@ -34,6 +34,11 @@ inline constexpr char kDefaultLanguageName[] = "C";
 // in the locale string; a locale with neither counts as none.
 [[nodiscard]] bool languageFromEnvironment(Language *out);
 
+// The language a locale string names ("language[_territory][.codeset]
+// [@modifier]"), by the same rules; false for the C/POSIX locale, a locale
+// with no known character set, or a null string.
+[[nodiscard]] bool languageFromLocale(const char *locale, Language *out);
+
 // The runtime's default language with the UTF-8 character set.
 void languageDefaultUtf8(Language *out);
 
@@ -48,9 +53,18 @@ void languageDefaultUtf8(Language *out);
 // True when the character set is UTF-8 under any of its spellings.
 [[nodiscard]] bool codesetIsUtf8(const char *codeset);
 
-// One per-thread slot of the language service.
+// The converters a slot keeps between conversions (core/convert.cc).
+struct SlotConverters;
+
+// One per-thread slot of the language service. Threads whose identifiers
+// share their low ten bits share a slot; the converters belong to the first
+// such thread that converts (`owner`), and the others convert without a
+// cache.
 struct LangSlot {
   uint32_t initialized;
+  uint32_t error;  // non-zero when the slot's last conversion replaced text
+  uint32_t owner;  // thread identifier owning `converters`; 0 for none yet
+  SlotConverters *converters;
 };
 inline constexpr std::size_t kLangSlotCount = 1024;
 inline constexpr uint32_t kLangSlotMask = 0x3ff;

@@ -20,6 +20,7 @@ enum {
 /* Message numbers used by the converter. */
 enum {
     GSLUSGM_DOCUMENT_NOT_CONVERTED = 2101,
+    GSLUSGM_STDOUT_INCOMPLETE = 2102,  /* gslufcsCloseStdout failed */
     GSLUSGM_UNKNOWN_NUMBER = 9999
 };
 

@@ -5,20 +5,31 @@
  *   1. Typed argument lists. After a format string come pairs of a type code
  *      and a value, ended by the type code 0 (GSLUF_ARG_END); a format with
  *      no arguments is followed directly by the 0. Type codes and the
- *      terminating 0 are read as int. An unknown type code, or a conversion
- *      that does not match its argument's type, is a formatting failure.
+ *      terminating 0 are read as int. An unknown type code, more than
+ *      GSLUF_MAX_TYPED_ARGS arguments, a conversion without an argument, or
+ *      one that does not match its argument's type, is a formatting
+ *      failure. Arguments left over are ignored.
  *   2. Every variadic function is a thin wrapper over its array form, which
  *      takes the arguments already read into an array of gsluArg; tests,
  *      fuzzers and the C++ helpers at the end of this header call the array
  *      forms.
  *   3. Formats are printf-like: %s %d %i %u %x %X %c %% with the flags
- *      "-0 +#", a width and a precision given as digits (no "*"), and the
- *      length modifiers l, ll and h, which only say how the integer argument
- *      is shown (the type code says how it is passed). A null string
- *      argument prints "<null arg>".
+ *      "-0 +#", a width and a precision given as digits (no "*", at most
+ *      1048576), and the length modifiers l, ll and h, which only say how the
+ *      integer argument is shown (the type code says how it is passed):
+ *      without one an integer is shown at the width it was passed, with h as
+ *      16 bits, with l or ll as 64 bits. Widths and precisions count bytes;
+ *      a precision never splits a UTF-8 character. A null string argument
+ *      prints "<null arg>". Integer arguments must not be null.
  *   4. Text is UTF-8 inside; it is converted to the output character set
  *      on its way out only when the core context's output-conversion flag
  *      is set (core/convert.h).
+ *   5. Standard output (stream 2) is buffered by the library, which must be
+ *      the only writer of file descriptor 1: when it is a terminal every
+ *      call writes through; otherwise output reaches the operating system
+ *      at least every 64 KiB, before anything is written to standard error,
+ *      at gslufcsCloseStdout, and at exit() if that was never called.
+ *      Standard error is written through at every call.
  */
 #ifndef QUILLOMAT_CORE_OUTPUT_H
 #define QUILLOMAT_CORE_OUTPUT_H
@@ -62,6 +73,9 @@ enum {
     GSLUF_ARG_STRING = 25     /* a NUL-terminated text (may be null) */
 };
 
+/* Most arguments a variadic typed list may carry. */
+enum { GSLUF_MAX_TYPED_ARGS = 64 };
+
 /* One argument of a typed list. */
 typedef struct gsluArg {
     int type; /* GSLUF_ARG_* */
@@ -101,8 +115,19 @@ enum {
 /* ---- Formatted output ---------------------------------------------------- */
 
 /* Formats and writes to stream; the arguments are a typed list. 0, 3 when
- * formatting or conversion failed, 5 out of memory, 6 when the write failed
- * (including any earlier write error on standard output). ctx may be null. */
+ * formatting or conversion failed (a null format included), 5 out of
+ * memory, 6 when the write failed (including any earlier write error on
+ * standard output, and any write after gslufcsCloseStdout), 10 when there
+ * is no context. ctx may be null.
+ *
+ * The text is expanded into a 32768-byte buffer on the stack; when it does
+ * not fit, into a 65536-byte gslummMalloc block still limited to 32768
+ * bytes, then with the limit doubled on every further try (the block
+ * resized with gslumrRealloc to the new limit, half of it given as the old
+ * size). Text longer than 32763 bytes for standard output or standard
+ * error, or for any stream when output is converted, is written in pieces
+ * of at most 32763 bytes cut between UTF-8 characters, each followed by a
+ * newline. */
 int gslufpFprintf(gsluctx *ctx, uint64_t stream, const char *format, ...);
 int gslufpvFprintfV(gsluctx *ctx, uint64_t stream, const char *format, va_list ap);
 int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format,
@@ -110,13 +135,17 @@ int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format,
 
 /* Hands everything buffered for standard output to the operating system,
  * then closes standard output and reports whether all output written since
- * start reached it: 0, or 6 when any write, the flush or the close failed. */
+ * start reached it: 0, or 6 when any write, the flush or the close failed.
+ * File descriptor 1 is left open on /dev/null, so no file opened later
+ * takes its place; later output to stream 2 fails with 6. Calling it again
+ * repeats the first answer. */
 int gslufcsCloseStdout(gsluctx *ctx);
 
 /* ---- File operations -------------------------------------------------------- */
 
-/* Opens name in mode (GSLUF_MODE_*) into *out (cleared first). 0, 1 for a
- * null name or out, 5 out of memory, 6 when the file cannot be opened. */
+/* Opens name in mode (GSLUF_MODE_*) into *out (cleared first); the record
+ * comes from gslummMalloc. 0, 1 for a null name or out or an unknown mode,
+ * 5 out of memory, 6 when the file cannot be opened. */
 int gslufoOpen(gsluctx *ctx, const char *name, int mode, gslufFile **out);
 
 /* Closes and releases file. 0, 1 for a null file, 6 when closing failed. */
@@ -124,7 +153,9 @@ int gslufcClose(gsluctx *ctx, gslufFile *file);
 
 /* ---- Trace and log ---------------------------------------------------------- */
 
-/* Receives trace lines instead of the log while installed. */
+/* Receives trace lines instead of the log while installed: the level, the
+ * format and its typed arguments, unexpanded and whether or not the line
+ * would be wanted. The arguments are valid during the call only. */
 typedef void (*gsluTraceHook)(uint32_t level, const char *format, const gsluArg *args,
                               uint32_t count);
 
@@ -132,10 +163,16 @@ typedef void (*gsluTraceHook)(uint32_t level, const char *format, const gsluArg 
  * accordingly. 0, or 10 when there is no context. */
 int gslutsSetTraceHook(gsluctx *ctx, gsluTraceHook hook);
 
-/* Traces one line at level (see ldap_debug and debug_flag): to the trace
- * hook when one is installed, else, when the line is wanted, expanded into
- * 1024 bytes (longer text is cut) and passed to gsluffFLog. Returns the
- * log's result, or 0xFFFFFFFF when no context can be had. */
+/* Traces one line at level: to the trace hook when one is installed (then
+ * 0), else, when the line is wanted, expanded into 1024 bytes (longer text
+ * is cut between characters) and passed to gsluffFLog, whose result is
+ * returned; 0 when the line is not wanted, 3 when it cannot be expanded,
+ * 0xFFFFFFFF when no context can be had.
+ *
+ * A line is wanted when ldap_debug is non-zero and the level is exactly
+ * GSLUTC_LEVEL_ERROR or GSLUTC_LEVEL_FATAL, or when the level shares a bit
+ * with ldap_debug and debug_flag is non-zero. That is decided before the
+ * arguments are read, so an unwanted line costs almost nothing. */
 uint32_t gslutcTraceWithCtx(gsluctx *ctx, uint32_t level, const char *format, ...);
 uint32_t gslutcaTraceArgs(gsluctx *ctx, uint32_t level, const char *format,
                           const gsluArg *args, uint32_t count);
@@ -143,23 +180,38 @@ uint32_t gslutcaTraceArgs(gsluctx *ctx, uint32_t level, const char *format,
 /* gslutcTraceWithCtx with the process-wide context. */
 uint32_t gslutcTrace(uint32_t level, const char *format, ...);
 
-/* Logs text when the line is wanted: through the caller-supplied log
- * callback when the context has a callback table, else gslufdDebug. 0 when
- * the line is not wanted. */
+/* Logs text when the line is wanted: through the log callback of the
+ * context's caller-supplied callback table when it has one with that
+ * callback set (its result is returned), else as gslufdDebug(ctx, 1, "%s",
+ * text), so a '%' in text is written as it is. 0 when the line is not
+ * wanted, 10 without a context. */
 int gsluffFLog(gsluctx *ctx, uint32_t level, const char *text);
 
 /* Writes one formatted line to the log file below $VESTRA_HOME/ldap/log,
- * opening (or re-creating) it as needed, time-stamped once a log file has
- * been opened. Formats into 4096 bytes. */
+ * opening it when none is open and re-opening it when its file no longer
+ * exists, preceded by the local time and " * " once a log file has been
+ * opened. The text is expanded into 4096 bytes (longer text is cut between
+ * characters) and written as it is: the format supplies any newline. mode
+ * does not change the line (GSLUF_DEBUG_LOG is what the log path passes).
+ * 0; 3 when the format fails or the text cannot be converted; 5 out of
+ * memory; 6 when no log file can be opened (the line is dropped) or the
+ * write fails; 10 without a context. */
+enum { GSLUF_DEBUG_LOG = 1 };
 int gslufdDebug(gsluctx *ctx, int mode, const char *format, ...);
 int gslufdaDebugArgs(gsluctx *ctx, int mode, const char *format, const gsluArg *args,
                      uint32_t count);
 
-/* Opens (or re-opens) the context's log file. 0, or 6 when it cannot be
- * opened (VESTRA_HOME unset included). */
+/* Opens (or re-opens) the context's log file: $VESTRA_HOME/ldap/log/ and a
+ * name chosen by the context's component code (in this program
+ * "qdrldapd<instance, 2 digits>s<process id>.log"); the directory is not
+ * created. An existing file is appended to. 0; 5 out of memory; 6 when it
+ * cannot be opened (VESTRA_HOME unset or empty included) or the time-stamp
+ * format cannot be compiled; 10 without a context. */
 int gslufgGetLogfile(gsluctx *ctx);
 
-/* The local time as "%Y/%m/%d:%H:%M:%S" into buffer (size bytes). */
+/* The local time as "%Y/%m/%d:%H:%M:%S" into buffer (size bytes); "" when
+ * it does not fit or the time cannot be had. Nothing for a null buffer or
+ * size 0. */
 void sgsludqdrLocalTimeString(char *buffer, size_t size);
 
 /* Stores the process identifier in *out when out is not null. */

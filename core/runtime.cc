@@ -265,6 +265,21 @@ void dateNow(DateState *d, void *frame, DateFields *out) {
                     tm.tm_min,         tm.tm_sec,     static_cast<int>(ts.tv_nsec / 10000000)};
 }
 
+void dateCompileFormat(DateState *d, void *frame, const char *format, void *out, std::size_t size) {
+  constexpr int kDateErrorFormat = 2;
+  // The compiled form is the checked format itself: its fields are the
+  // ones the service knows, in the order they are written.
+  constexpr char kFields[] = "YMDHI:S/ 24";
+  const std::size_t length = std::strlen(format);
+  bool failed = g_date_fail_next.exchange(false) || d->begun == 0 || length >= size ||
+                std::strspn(format, kFields) != length;
+  if (failed) {
+    d->error_handler(frame, kDateErrorFormat);
+    return;  // not reached: the handler jumps back to its guard
+  }
+  std::memcpy(out, format, length + 1);
+}
+
 struct ResourceManager {
   gsluctx *ctx;
   const Language *lang;

@@ -88,7 +88,13 @@ void dateBegin(DateState *d, const Language *lang, void (*handler)(void *frame, 
 void dateEnd(DateState *d);
 void dateNow(DateState *d, void *frame, DateFields *out);
 
-// Test hook: the next dateNow reports a failure to its handler.
+// Compiles a date format ("YYYY/MM/DD:HH24:MI:SS ") into out (size bytes);
+// a format the service does not take, or one that does not fit, is handed
+// to the error handler like any other failure.
+void dateCompileFormat(DateState *d, void *frame, const char *format, void *out, std::size_t size);
+
+// Test hook: the next dateNow or dateCompileFormat reports a failure to its
+// handler.
 void dateFailNextForTesting();
 
 // Resource manager, reporting its messages through a callback.

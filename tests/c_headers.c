@@ -1,7 +1,9 @@
 /* Every public header, compiled as C. */
 #include "core/context.h"
+#include "core/convert.h"
 #include "core/memory.h"
 #include "core/messages.h"
+#include "core/output.h"
 #include "dsml/xml.h"
 #include "entry/base64.h"
 #include "util/list.h"

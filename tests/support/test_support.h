@@ -4,11 +4,13 @@
 #ifndef QUILLOMAT_TESTS_SUPPORT_H
 #define QUILLOMAT_TESTS_SUPPORT_H
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <utility>
@@ -79,6 +81,30 @@ inline void dropContext() {
   if (gsluctx *ctx = sgsluugGetContext()) gslushut(ctx);
   if (sgsluzGlobalContext != nullptr) gslushut(sgsluzGlobalContext);
 }
+
+// The whole content of a file ("" when it cannot be read).
+inline std::string readFile(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// A test that starts with a fresh process-wide context made under the
+// built catalogue and no locale variables (so without conversion), and
+// drops it at the end.
+class FreshContextTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dropContext();
+    env_.set("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR);
+    for (const char *name : {"LC_ALL", "LC_CTYPE", "LANG"}) env_.set(name, std::nullopt);
+    ctx_ = gsluizgcGetContext();
+    ASSERT_NE(ctx_, nullptr);
+  }
+  void TearDown() override { dropContext(); }
+
+  ScopedEnv env_;
+  gsluctx *ctx_ = nullptr;
+};
 
 }  // namespace qtest
 

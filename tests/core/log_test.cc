@@ -1,0 +1,245 @@
+// Tracing and the log file: the trace decision, the hook, the log callback,
+// the log file's name, time stamp, re-creation and absence.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "core/context_internal.h"
+#include "core/output.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+std::vector<std::string> g_logged;  // "level text"
+
+int captureLog(gsluctx *, void *, uint32_t level, const char *text) {
+  g_logged.push_back(std::to_string(level) + " " + text);
+  return 0;
+}
+
+// A table with only the log callback: memory ignores it (incomplete), the
+// log uses it.
+const gsluMemCallbacks kLogOnly = {nullptr, nullptr, nullptr, nullptr, captureLog};
+
+std::vector<std::string> g_hooked;  // "level format count"
+
+void captureHook(uint32_t level, const char *format, const gsluArg *, uint32_t count) {
+  g_hooked.push_back(std::to_string(level) + " " + format + std::to_string(count));
+}
+
+// Fresh context, initial trace switches, and a home with ldap/log.
+class LogTest : public qtest::FreshContextTest {
+ protected:
+  void SetUp() override {
+    ldap_debug = GSLUTC_LEVEL_ERROR;
+    debug_flag = 0;
+    FreshContextTest::SetUp();
+    env_.set("VESTRA_HOME", home_.path());
+    std::filesystem::create_directories(home_.path() + "/ldap/log");
+    g_logged.clear();
+    g_hooked.clear();
+  }
+  void TearDown() override {
+    ldap_debug = GSLUTC_LEVEL_ERROR;
+    debug_flag = 0;
+    FreshContextTest::TearDown();
+  }
+  std::string log() const { return qtest::readFile(logPath()); }
+
+  std::string logPath() const {
+    return home_.path() + "/ldap/log/qdrldapd00s" + std::to_string(getpid()) + ".log";
+  }
+
+  qtest::TempDir home_;
+};
+
+// ---- The trace decision --------------------------------------------------------------
+
+struct DecisionCase {
+  uint32_t mask;
+  int32_t flag;
+  uint32_t level;
+  bool wanted;
+};
+
+void PrintTo(const DecisionCase &c, std::ostream *os) {
+  *os << "mask " << c.mask << " flag " << c.flag << " level " << c.level;
+}
+
+class DecisionTest : public LogTest, public ::testing::WithParamInterface<DecisionCase> {};
+
+TEST_P(DecisionTest, DecidesWhetherLineIsWanted) {
+  const DecisionCase &c = GetParam();
+  ctx_->mem_table = &kLogOnly;
+  ldap_debug = c.mask;
+  debug_flag = c.flag;
+  const int32_t n = 7;
+  EXPECT_EQ(gslutcTraceWithCtx(ctx_, c.level, "line %d\n", GSLUF_ARG_INT32_PTR, &n, 0), 0u);
+  EXPECT_EQ(gsluffFLog(ctx_, c.level, "direct\n"), 0);
+  ctx_->mem_table = nullptr;
+  const std::string level = std::to_string(c.level);
+  const std::vector<std::string> expected = {level + " line 7\n", level + " direct\n"};
+  EXPECT_EQ(g_logged, c.wanted ? expected : std::vector<std::string>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Switches, DecisionTest,
+                         ::testing::Values(DecisionCase{0x4000, 0, 0x4000, true},
+                                           DecisionCase{0x4000, 0, 0x7fffffff, true},
+                                           DecisionCase{0x4000, 0, 1, false},
+                                           DecisionCase{0x4001, 0, 1, false},
+                                           DecisionCase{0x4001, 1, 1, true},
+                                           DecisionCase{1, 1, 2, false},
+                                           DecisionCase{2, 0, 0x4000, true},
+                                           DecisionCase{0, 1, 0x4000, false},
+                                           DecisionCase{0, 0, 0x7fffffff, false},
+                                           DecisionCase{0x4000, 0, 0x4001, false},
+                                           DecisionCase{0x4000, 1, 0x4001, true}));
+
+TEST_F(LogTest, HookReceivesEveryLineInsteadOfLog) {
+  ASSERT_EQ(gslutsSetTraceHook(ctx_, captureHook), GSLUF_OK);
+  EXPECT_EQ(ctx_->trace_hook_on, 1u);
+  const int32_t n = 3;
+  EXPECT_EQ(gslutcTraceWithCtx(ctx_, 0x4000, "error %d\n", GSLUF_ARG_INT32_PTR, &n, 0), 0u);
+  EXPECT_EQ(gslu::trace(ctx_, 1, "detail %s\n", "x"), 0u);  // not wanted, still hooked
+  EXPECT_EQ(g_hooked, (std::vector<std::string>{"16384 error %d\n1", "1 detail %s\n1"}));
+  EXPECT_FALSE(std::filesystem::exists(logPath()));
+  ASSERT_EQ(gslutsSetTraceHook(ctx_, nullptr), GSLUF_OK);
+  EXPECT_EQ(ctx_->trace_hook_on, 0u);
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "logged"), 0u);
+  EXPECT_EQ(g_hooked.size(), 2u);
+  EXPECT_TRUE(std::filesystem::exists(logPath()));
+}
+
+// ---- The log file ----------------------------------------------------------------------
+
+// Whether s is a local time as "YYYY/MM/DD:HH:MM:SS".
+bool isLocalTime(const std::string &s) {
+  constexpr char kShape[] = "dddd/dd/dd:dd:dd:dd";
+  if (s.size() != sizeof kShape - 1) return false;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const bool digit = s[i] >= '0' && s[i] <= '9';
+    if (kShape[i] == 'd' ? !digit : s[i] != kShape[i]) return false;
+  }
+  return true;
+}
+
+constexpr std::size_t kStampSize = 19;
+
+TEST_F(LogTest, ErrorLineCreatesTimeStampedLogFile) {
+  const int32_t n = 7;
+  EXPECT_EQ(gslutcTrace(0x4000, "error %d in %s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING, "o=ex", 0), 0u);
+  EXPECT_EQ(gslu::trace(ctx_, 1, "%s\n", "not wanted"), 0u);
+  const std::string text = log();
+  ASSERT_GT(text.size(), kStampSize) << text;
+  EXPECT_TRUE(isLocalTime(text.substr(0, kStampSize))) << text;
+  EXPECT_EQ(text.substr(kStampSize), " * error 7 in o=ex\n");
+  EXPECT_NE(ctx_->log_stamp_format, nullptr);
+}
+
+TEST_F(LogTest, NullStringPlaceholderAndPercentInText) {
+  EXPECT_EQ(gslufdDebug(ctx_, GSLUF_DEBUG_LOG, "value=%s\n", GSLUF_ARG_STRING, nullptr, 0), 0);
+  EXPECT_EQ(gsluffFLog(ctx_, 0x4000, "100% done %d\n"), 0);  // text, not a format
+  const std::string text = log();
+  EXPECT_NE(text.find(" * value=<null arg>\n"), std::string::npos) << text;
+  EXPECT_NE(text.find(" * 100% done %d\n"), std::string::npos) << text;
+}
+
+TEST_F(LogTest, DeletedLogFileIsRecreated) {
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "first"), 0u);
+  ASSERT_TRUE(std::filesystem::remove(logPath()));
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "second"), 0u);
+  const std::string text = log();
+  EXPECT_EQ(text.find("first"), std::string::npos);
+  EXPECT_NE(text.find(" * second\n"), std::string::npos);
+}
+
+TEST_F(LogTest, ExistingLogFileIsAppendedTo) {
+  std::ofstream(logPath()) << "earlier\n";
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "later"), 0u);
+  const std::string text = log();
+  EXPECT_EQ(text.rfind("earlier\n", 0), 0u);
+  EXPECT_NE(text.find(" * later\n"), std::string::npos);
+}
+
+TEST_F(LogTest, UnsetHomeDropsLine) {
+  env_.set("VESTRA_HOME", std::nullopt);
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "dropped"), static_cast<uint32_t>(GSLUF_WRITE_FAILED));
+  EXPECT_EQ(ctx_->log_file, nullptr);
+  EXPECT_TRUE(std::filesystem::is_empty(home_.path() + "/ldap/log"));
+}
+
+TEST_F(LogTest, LongTraceLineIsCutAtBufferSize) {
+  ctx_->mem_table = &kLogOnly;
+  const std::string text(2000, 'x');
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s", text.c_str()), 0u);
+  ctx_->mem_table = nullptr;
+  EXPECT_EQ(g_logged, std::vector<std::string>{"16384 " + std::string(1023, 'x')});
+}
+
+TEST_F(LogTest, StampFormatFailureAbandonsNewFile) {
+  gslu::dateFailNextForTesting();
+  EXPECT_EQ(gslufgGetLogfile(ctx_), GSLUF_WRITE_FAILED);
+  EXPECT_EQ(ctx_->log_file, nullptr);
+  EXPECT_EQ(ctx_->log_stamp_format, nullptr);
+  EXPECT_EQ(gslufgGetLogfile(ctx_), GSLUF_OK);
+  EXPECT_NE(ctx_->log_file, nullptr);
+}
+
+struct NameCase {
+  uint8_t component;
+  uint16_t instance;
+  std::string name;  // "<pid>" stands for the process id; empty: no file
+};
+
+void PrintTo(const NameCase &c, std::ostream *os) { *os << "component " << int{c.component}; }
+
+class LogNameTest : public LogTest, public ::testing::WithParamInterface<NameCase> {};
+
+TEST_P(LogNameTest, ComponentChoosesFileName) {
+  const NameCase &c = GetParam();
+  ctx_->component_code = c.component;
+  ctx_->instance_number = c.instance;
+  const int status = gslufgGetLogfile(ctx_);
+  if (c.name.empty()) {
+    EXPECT_EQ(status, GSLUF_WRITE_FAILED);
+    EXPECT_TRUE(std::filesystem::is_empty(home_.path() + "/ldap/log"));
+    return;
+  }
+  ASSERT_EQ(status, GSLUF_OK);
+  std::string name = c.name;
+  if (const auto at = name.find("<pid>"); at != std::string::npos) {
+    name.replace(at, 5, std::to_string(getpid()));
+  }
+  EXPECT_STREQ(static_cast<const char *>(ctx_->log_name), name.c_str());
+  EXPECT_TRUE(std::filesystem::exists(home_.path() + "/ldap/log/" + name));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, LogNameTest,
+                         ::testing::Values(NameCase{0, 0, "qdrldapd00s<pid>.log"},
+                                           NameCase{0, 3, "qdrldapd03s<pid>.log"},
+                                           NameCase{4, 5, "qdrctl05.log"},
+                                           NameCase{7, 12, "pzksrv12.log"},
+                                           NameCase{8, 1, "pzksrv01s<pid>.log"},
+                                           NameCase{9, 0, "farsync.log"},
+                                           NameCase{11, 0, "massedit.log"},
+                                           NameCase{12, 0, "massimport.log"},
+                                           NameCase{13, 0, "textdump.log"},
+                                           NameCase{14, 0, "indexer.log"},
+                                           NameCase{15, 0, "masspurge.log"},
+                                           NameCase{16, 0, ""},
+                                           NameCase{200, 0, "qdrldapd00s<pid>.log"}),
+                         [](const auto &info) {
+                           const NameCase &c = info.param;
+                           return c.name.empty() ? "Component" + std::to_string(c.component) +
+                                                       "NameWithoutItsArgumentGetsNoFileDeliberately"
+                                                 : "Component" + std::to_string(c.component) +
+                                                       "Instance" + std::to_string(c.instance);
+                         });
+
+}  // namespace

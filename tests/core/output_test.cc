@@ -1,0 +1,325 @@
+// gslufpFprintf: the piece rule, the retry sequence, conversion, the
+// buffered standard output and its write errors; the file operations.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "core/context_internal.h"
+#include "core/convert.h"
+#include "core/messages.h"
+#include "core/output.h"
+#include "core/output_internal.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+// Points file descriptor `fd` elsewhere for one scope, then restores it.
+// Standard output is left as the library found it: nothing buffered, no
+// remembered error.
+class Redirect {
+ public:
+  Redirect(int fd, int target) : fd_(fd) {
+    std::fflush(nullptr);
+    saved_ = dup(fd);
+    dup2(target, fd);
+  }
+  Redirect(const Redirect &) = delete;
+  Redirect &operator=(const Redirect &) = delete;
+  ~Redirect() {
+    dup2(saved_, fd_);
+    close(saved_);
+    gslu::stdoutResetForTesting();
+  }
+
+ private:
+  int fd_;
+  int saved_;
+};
+
+// What a pipe holds right now, without waiting.
+std::string drain(int fd) {
+  std::string out;
+  char buf[65536];
+  for (;;) {
+    const ssize_t n = read(fd, buf, sizeof buf);
+    if (n <= 0) break;
+    out.append(buf, static_cast<std::size_t>(n));
+  }
+  return out;
+}
+
+struct Pipe {
+  int read_end = -1;
+  int write_end = -1;
+  Pipe() {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) == 0) {
+      read_end = fds[0];
+      write_end = fds[1];
+      fcntl(read_end, F_SETFL, O_NONBLOCK);
+      fcntl(write_end, F_SETPIPE_SZ, 1 << 20);  // room for the large cases
+    }
+  }
+  ~Pipe() {
+    if (read_end >= 0) close(read_end);
+    if (write_end >= 0) close(write_end);
+  }
+};
+
+class OutputTest : public qtest::FreshContextTest {
+ protected:
+  // Everything write() sent to standard output, read back from a file
+  // after closing standard output (which must succeed).
+  template <class Write>
+  std::string captureStdout(Write write) {
+    const std::string path = dir_.path() + "/stdout";
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    {
+      Redirect redirect(1, fd);
+      write();
+      EXPECT_EQ(gslufcsCloseStdout(ctx_), GSLUF_OK);
+    }
+    close(fd);
+    return qtest::readFile(path);
+  }
+
+  // A file opened for writing, as a stream code.
+  uint64_t createFile(const char *name) {
+    gslufFile *file = nullptr;
+    EXPECT_EQ(gslufoOpen(ctx_, (dir_.path() + "/" + name).c_str(), GSLUF_MODE_CREATE, &file), GSLUF_OK);
+    return reinterpret_cast<uint64_t>(file);
+  }
+  std::string closeAndRead(uint64_t stream, const char *name) {
+    EXPECT_EQ(gslufcClose(ctx_, reinterpret_cast<gslufFile *>(stream)), GSLUF_OK);
+    return qtest::readFile(dir_.path() + "/" + name);
+  }
+
+  qtest::TempDir dir_;
+};
+
+// ---- The piece rule ----------------------------------------------------------------
+
+struct PieceCase {
+  const char *name;
+  std::string text;
+  std::string expected;
+};
+
+void PrintTo(const PieceCase &c, std::ostream *os) { *os << c.name; }
+
+std::string repeat(char c, std::size_t n) { return std::string(n, c); }
+
+class PieceTest : public OutputTest, public ::testing::WithParamInterface<PieceCase> {};
+
+TEST_P(PieceTest, LongTextGetsNewlineAfterEveryPieceDeliberately) {
+  const PieceCase &c = GetParam();
+  const std::string out = captureStdout(
+      [&] { EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", c.text.c_str()), GSLUF_OK); });
+  EXPECT_EQ(out.size(), c.expected.size());
+  EXPECT_TRUE(out == c.expected);
+}
+
+const std::string kE = "\xC3\xA9";
+
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, PieceTest,
+    ::testing::Values(
+        PieceCase{"Exactly32763AsIs", repeat('a', 32763), repeat('a', 32763)},
+        PieceCase{"Of32764InTwoPieces", repeat('a', 32764), repeat('a', 32763) + "\na\n"},
+        PieceCase{"CharacterNotSplit", repeat('a', 32762) + kE + "b",
+                  repeat('a', 32762) + "\n" + kE + "b\n"},
+        PieceCase{"ThreePieces", repeat('x', 2 * 32763 + 1),
+                  repeat('x', 32763) + "\n" + repeat('x', 32763) + "\nx\n"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+// ---- The retry sequence ------------------------------------------------------------
+
+std::vector<std::string> g_allocations;  // "what size old-size"
+
+void *hookMalloc(gsluctx *, uint32_t size) {
+  g_allocations.push_back("malloc " + std::to_string(size));
+  return std::malloc(size);
+}
+void *hookRealloc(gsluctx *, uint32_t size, void *old, uint32_t old_size) {
+  g_allocations.push_back("realloc " + std::to_string(size) + " " + std::to_string(old_size));
+  return std::realloc(old, size);
+}
+void hookFree(gsluctx *, void *block) {
+  g_allocations.push_back("free");
+  std::free(block);
+}
+
+struct RetryCase {
+  std::size_t length;
+  std::vector<std::string> expected;
+};
+
+void PrintTo(const RetryCase &c, std::ostream *os) { *os << c.length << " bytes"; }
+
+class RetryTest : public OutputTest, public ::testing::WithParamInterface<RetryCase> {};
+
+TEST_P(RetryTest, FirstHeapRetryKeepsLimitThenDoublesDeliberately) {
+  const uint64_t file = createFile("retry");
+  g_allocations.clear();
+  ASSERT_EQ(gslumsSetHooks(ctx_, hookMalloc, nullptr, hookRealloc, hookFree), 0);
+  const std::string text = repeat('r', GetParam().length);
+  EXPECT_EQ(gslu::fprintf(ctx_, file, "%s", text.c_str()), GSLUF_OK);
+  (void)gslumsSetHooks(ctx_, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ(g_allocations, GetParam().expected);
+  EXPECT_TRUE(closeAndRead(file, "retry") == text);  // long text to a file: whole
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lengths, RetryTest,
+    ::testing::Values(
+        RetryCase{32767, {}},
+        RetryCase{32768, {"malloc 65536", "realloc 65536 32768", "free"}},
+        RetryCase{40000, {"malloc 65536", "realloc 65536 32768", "free"}},
+        RetryCase{70000, {"malloc 65536", "realloc 65536 32768", "realloc 131072 65536", "free"}}));
+
+// ---- Formatting failures -------------------------------------------------------------
+
+TEST_F(OutputTest, TypeCodeErrorsGiveFormatFailure) {
+  const int32_t n = 5;
+  const uint64_t stream = createFile("errors");
+  EXPECT_EQ(gslufpFprintf(ctx_, stream, "%d\n", 99, &n, 0), GSLUF_FORMAT_FAILED);
+  EXPECT_EQ(gslufpFprintf(ctx_, stream, "%d\n", GSLUF_ARG_STRING, "x", 0), GSLUF_FORMAT_FAILED);
+  EXPECT_EQ(gslufpFprintf(ctx_, stream, "%s %s\n", GSLUF_ARG_STRING, "x", 0), GSLUF_FORMAT_FAILED);
+  EXPECT_EQ(gslufpFprintf(ctx_, stream, "%f\n", GSLUF_ARG_INT32_PTR, &n, 0), GSLUF_FORMAT_FAILED);
+  EXPECT_EQ(gslufpFprintf(ctx_, stream, nullptr, 0), GSLUF_FORMAT_FAILED);
+  const gsluArg bad{77, {}};
+  EXPECT_EQ(gslufpaFprintfArgs(ctx_, stream, "x", &bad, 1), GSLUF_FORMAT_FAILED);
+  EXPECT_EQ(gslufpFprintf(ctx_, stream, "%d|%s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING,
+                          nullptr, 0),
+            GSLUF_OK);
+  EXPECT_EQ(closeAndRead(stream, "errors"), "5|<null arg>\n");  // nothing of the failed calls
+}
+
+// ---- Conversion ---------------------------------------------------------------------------
+
+TEST_F(OutputTest, ConvertsWhenFlagIsSet) {
+  ASSERT_EQ(gsluucbSetOutputLanguage(ctx_, "en_US.ISO-8859-1"), GSLUUC_OK);
+  const uint64_t stream = createFile("latin1");
+  EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s\n", "caf\xC3\xA9"), GSLUF_OK);
+  // Six bytes after a replacement: the conversion refuses, nothing written.
+  EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s\n", "ab\xE2\x82\xAC" "cd"), GSLUF_FORMAT_FAILED);
+  // With the flag set, long text goes in pieces whatever the stream.
+  const std::string long_text = repeat('a', 32762) + kE + "b";
+  EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s", long_text.c_str()), GSLUF_OK);
+  EXPECT_EQ(closeAndRead(stream, "latin1"), "caf\xE9\n" + repeat('a', 32762) + "\n\xE9" "b\n");
+}
+
+// ---- Standard output ----------------------------------------------------------------------
+
+TEST_F(OutputTest, StdoutToPipeIsBufferedUntilStderrOr64KiB) {
+  Pipe out;
+  Pipe err;
+  ASSERT_GE(out.read_end, 0);
+  ASSERT_GE(err.read_end, 0);
+  Redirect redirect_out(1, out.write_end);
+  Redirect redirect_err(2, err.write_end);
+  EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s\n", "first"), GSLUF_OK);
+  EXPECT_EQ(drain(out.read_end), "");
+  // Standard error comes after what standard output holds.
+  EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDERR, "%s\n", "warning"), GSLUF_OK);
+  EXPECT_EQ(drain(out.read_end), "first\n");
+  EXPECT_EQ(drain(err.read_end), "warning\n");
+  // 64 KiB are never held back.
+  const std::string chunk = repeat('c', 20000);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", chunk.c_str()), GSLUF_OK);
+  const std::string early = drain(out.read_end);
+  EXPECT_GE(early.size(), 60000u);
+  EXPECT_EQ(gslufcsCloseStdout(ctx_), GSLUF_OK);
+  EXPECT_EQ(early.size() + drain(out.read_end).size(), 80000u);
+  // Closed: later output fails.
+  EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s\n", "late"), GSLUF_WRITE_FAILED);
+}
+
+TEST_F(OutputTest, StdoutToFileArrivesWholeAtClose) {
+  std::string expected;
+  const std::string out = captureStdout([&] {
+    for (int32_t i = 0; i < 3000; ++i) {
+      ASSERT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "dn: cn=%d,o=ex\n\n", &i), GSLUF_OK);
+      expected += "dn: cn=" + std::to_string(i) + ",o=ex\n\n";
+    }
+  });
+  EXPECT_TRUE(out == expected);
+}
+
+TEST_F(OutputTest, TerminalSeesEveryCallAtOnce) {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    if (master >= 0) close(master);
+    GTEST_SKIP() << "no pseudo-terminal available";
+  }
+  const int slave = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(slave, 0);
+  {
+    Redirect redirect(1, slave);
+    EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", "tty"), GSLUF_OK);
+    pollfd p{master, POLLIN, 0};
+    ASSERT_EQ(poll(&p, 1, 5000), 1);  // without a flush of ours nothing would come
+    char buf[16] = {};
+    EXPECT_EQ(read(master, buf, sizeof buf), 3);
+    EXPECT_STREQ(buf, "tty");
+  }
+  close(slave);
+  close(master);
+}
+
+TEST_F(OutputTest, ClosedPipeGivesWriteFailureRememberedUntilClose) {
+  auto previous = std::signal(SIGPIPE, SIG_IGN);
+  {
+    Pipe out;
+    close(out.read_end);
+    out.read_end = -1;
+    Redirect redirect(1, out.write_end);
+    EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s\n", "buffered"), GSLUF_OK);
+    const std::string big = repeat('b', 70000);
+    EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", big.c_str()), GSLUF_WRITE_FAILED);
+    EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s\n", "small"), GSLUF_WRITE_FAILED);
+    EXPECT_EQ(gslufcsCloseStdout(ctx_), GSLUF_WRITE_FAILED);
+    EXPECT_EQ(gslufcsCloseStdout(ctx_), GSLUF_WRITE_FAILED);
+  }
+  std::signal(SIGPIPE, previous);
+}
+
+TEST_F(OutputTest, CatalogueExplainsIncompleteOutput) {
+  const char *text = nullptr;
+  EXPECT_EQ(gslusgmGetMessage(ctx_, GSLUSGM_STDOUT_INCOMPLETE, &text, nullptr), GSLUSGM_OK);
+  EXPECT_NE(std::string(text).find("standard output"), std::string::npos);
+}
+
+// exit() without gslufcsCloseStdout still delivers what was buffered.
+TEST_F(OutputTest, BufferedOutputReachesPipeAtExit) {
+  Pipe out;
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    dup2(out.write_end, 1);
+    gslu::stdoutResetForTesting();
+    (void)gslu::fprintf(nullptr, GSLUF_STREAM_STDOUT, "%s\n", "from the child");
+    std::exit(0);
+  }
+  close(out.write_end);
+  out.write_end = -1;
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(drain(out.read_end), "from the child\n");
+}
+
+// ---- Streams and files ------------------------------------------------------------------
+
+}  // namespace
