@@ -12,6 +12,7 @@
 #include <string>
 
 #include "core/context_internal.h"
+#include "core/password_schemes.h"
 
 gsluctx *sgsluzGlobalContext = nullptr;
 __thread gsluctx *sgsluzGlobalContext_t_ = nullptr;
@@ -27,6 +28,7 @@ constexpr char kFormatPackage[] = "format";
 constexpr std::size_t kEnvBufferSize = 1024;  // 1023 characters and a NUL
 
 std::atomic<int> g_fail_step{kStepNone};
+std::atomic<gsluMallocHook> g_startup_malloc_hook{nullptr};
 char g_diagnostic[1024];
 
 [[nodiscard]] bool stepFails(StartupStep step) {
@@ -209,6 +211,8 @@ void finishPublished(gsluctx *ctx) {
 
 void startupFailStepForTesting(StartupStep step) { g_fail_step.store(step); }
 
+void startupMallocHookForTesting(gsluMallocHook hook) { g_startup_malloc_hook.store(hook); }
+
 const char *startupDiagnostic() { return g_diagnostic; }
 
 }  // namespace gslu
@@ -265,7 +269,8 @@ int gsluinit(gsluctx **out) {
     return GSLU_INIT_NO_MEMORY;
   }
   // The registry hands out zeroed memory, so every handle, hook and the
-  // time-stamp format start out null.
+  // time-stamp format start out null (tests may ask for an allocation hook).
+  ctx->hook_malloc = g_startup_malloc_hook.load();
   ctx->registry = reg;
   ctx->files = registryFileService(reg);
   int rc = buildServices(ctx, have_mesgdir ? mesgdir : nullptr);
@@ -281,12 +286,20 @@ int gsluinit(gsluctx **out) {
   sgsluusSetContext(ctx);
   startupUnlock();
   finishPublished(ctx);
+  // Deliberate: the context is already published, and stays so when its
+  // password-scheme table cannot be built; a caller may find it half-built
+  // through the global pointer.
+  if (buildPasswordSchemes(ctx) != GSLU_INIT_OK) {
+    setDiagnostic("the password-scheme table could not be built");
+    return GSLU_INIT_SERVICE_FAILED;
+  }
   *out = ctx;
   return GSLU_INIT_OK;
 }
 
 int gslushut(gsluctx *ctx) {
   if (ctx == nullptr) return GSLU_INIT_NULL_ARG;
+  destroyPasswordSchemes(ctx);
   if (sgsluugGetContext() == ctx) sgsluusSetContext(nullptr);
   if (sgsluzGlobalContext == ctx) sgsluzGlobalContext = nullptr;
   ctx->life_state = GSLU_LIFE_SHUT_DOWN;

@@ -32,9 +32,10 @@ struct DateState {
 struct SecurityParams {
   gsluSecMemCallbacks mem;
 };
-struct HashTable;  // password-scheme table, built by a later step
 
 }  // namespace gslu
+
+struct gsluhhTable;  // util/hash.h
 
 // Members in the order the lifecycle works through them.
 struct gsluctx {
@@ -88,8 +89,8 @@ struct gsluctx {
   gsluReallocHook hook_realloc;
   gsluFreeHook hook_free;
   uint32_t client_setting;
-  gslu::HashTable *password_schemes;
-  uint32_t password_codes[gslu::kPasswordSchemeCount];
+  gsluhhTable *password_schemes;  // scheme name -> address of its code below
+  int32_t password_codes[gslu::kPasswordSchemeCount];
 };
 
 namespace gslu {
@@ -147,6 +148,11 @@ void startupFailStepForTesting(StartupStep step);
 void convertersRelease(gsluctx *ctx);
 void logClose(gsluctx *ctx);
 void logRelease(gsluctx *ctx);
+
+// Test hook: the allocation hook every new context starts with (null, the
+// default: none), so that a test can fail the allocations of start-up's last
+// step, the only one that allocates through the context.
+void startupMallocHookForTesting(gsluMallocHook hook);
 
 // Frees a block through the context's allocator; for std::unique_ptr.
 struct ContextFree {

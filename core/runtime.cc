@@ -202,6 +202,7 @@ void registryUnloadPackage(Registry *reg, std::string_view name) {
 
 namespace {
 pthread_mutex_t g_startup_lock = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<int> g_fail_rwlock_after{-1};
 }  // namespace
 
 struct ThreadService {
@@ -212,8 +213,18 @@ void startupLock() { pthread_mutex_lock(&g_startup_lock); }
 void startupUnlock() { pthread_mutex_unlock(&g_startup_lock); }
 bool mutexCreate(pthread_mutex_t *m) { return pthread_mutex_init(m, nullptr) == 0; }
 void mutexDestroy(pthread_mutex_t *m) { (void)pthread_mutex_destroy(m); }
-bool rwlockCreate(pthread_rwlock_t *l) { return pthread_rwlock_init(l, nullptr) == 0; }
+bool rwlockCreate(pthread_rwlock_t *l) {
+  int left = g_fail_rwlock_after.load();
+  while (left >= 0 && !g_fail_rwlock_after.compare_exchange_weak(left, left - 1)) {
+  }
+  if (left == 0) return false;
+  return pthread_rwlock_init(l, nullptr) == 0;
+}
 void rwlockDestroy(pthread_rwlock_t *l) { (void)pthread_rwlock_destroy(l); }
+bool rwlockRead(pthread_rwlock_t *l) { return pthread_rwlock_rdlock(l) == 0; }
+bool rwlockWrite(pthread_rwlock_t *l) { return pthread_rwlock_wrlock(l) == 0; }
+void rwlockRelease(pthread_rwlock_t *l) { (void)pthread_rwlock_unlock(l); }
+void rwlockFailCreateAfter(int n) { g_fail_rwlock_after.store(n); }
 
 ThreadService *threadServiceInit() {
   static ThreadService service{1};

@@ -56,6 +56,15 @@ void startupUnlock();
 void mutexDestroy(pthread_mutex_t *m);
 [[nodiscard]] bool rwlockCreate(pthread_rwlock_t *l);
 void rwlockDestroy(pthread_rwlock_t *l);
+// Take a reader-writer lock for reading or writing; false when the lock was
+// not taken (for instance when the calling thread already holds it for
+// writing).
+[[nodiscard]] bool rwlockRead(pthread_rwlock_t *l);
+[[nodiscard]] bool rwlockWrite(pthread_rwlock_t *l);
+void rwlockRelease(pthread_rwlock_t *l);
+// Test hook: the next n reader-writer lock creations succeed and the one
+// after fails (negative: never fail).
+void rwlockFailCreateAfter(int n);
 struct ThreadService;
 [[nodiscard]] ThreadService *threadServiceInit();
 

@@ -6,6 +6,7 @@
 #include "core/output.h"
 #include "dsml/xml.h"
 #include "entry/base64.h"
+#include "util/hash.h"
 #include "util/list.h"
 #include "util/stack.h"
 #include "util/strings.h"

@@ -9,7 +9,9 @@
 
 #include "core/context_internal.h"
 #include "core/messages.h"
+#include "core/password_schemes.h"
 #include "tests/support/test_support.h"
+#include "util/hash.h"
 
 // glibc's newlocale() loses its copy of LOCPATH (built with argz) on every
 // call; the Latin-1 locale test sets LOCPATH, so the leak checker must not
@@ -35,6 +37,7 @@ class ContextTest : public ::testing::Test {
   }
   void TearDown() override {
     gslu::startupFailStepForTesting(gslu::kStepNone);
+    gslu::startupMallocHookForTesting(nullptr);
     qtest::dropContext();
   }
   ScopedEnv env_;
@@ -295,6 +298,60 @@ TEST_F(ContextTest, ResourceManagerMessagesAreKeptCut) {
   gsluLRMMsgHandler(ctx, longer.c_str());
   EXPECT_EQ(std::strlen(ctx->lrm_message), gslu::kLrmMessageSize - 1);
   gsluLRMMsgHandler(nullptr, "ignored");
+}
+
+TEST_F(ContextTest, PasswordSchemeTableMapsEachNameToItsCode) {
+  gsluctx *ctx = gsluizgcGetContext();
+  ASSERT_NE(ctx, nullptr);
+  ASSERT_NE(ctx->password_schemes, nullptr);
+  const std::vector<int32_t> codes(std::begin(ctx->password_codes), std::end(ctx->password_codes));
+  EXPECT_EQ(codes, (std::vector<int32_t>{7001, 7002, 7003, 7004, 7005, 7006, 7011, 7012, 7013,
+                                         7014, 7015, 7016, 7017}));
+  EXPECT_EQ(gsluhhClntGetNumElements(ctx->password_schemes), gslu::kPasswordSchemeCount);
+  for (std::size_t i = 0; i < gslu::kPasswordSchemeCount; ++i) {
+    void *value = nullptr;
+    EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, gslu::kPasswordSchemes[i].name, &value),
+              GSLUHH_OK);
+    EXPECT_EQ(value, &ctx->password_codes[i]) << gslu::kPasswordSchemes[i].name;
+  }
+  void *value = nullptr;
+  EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, "SSHA512", &value), GSLUHH_OK);
+  EXPECT_EQ(value, &ctx->password_codes[11]);
+  EXPECT_EQ(*static_cast<int32_t *>(value), 7016);
+  EXPECT_EQ(gslushut(ctx), GSLU_INIT_OK);
+  EXPECT_EQ(ctx->password_schemes, nullptr);
+}
+
+int g_allocations_left = -1;
+void *failingMalloc(gsluctx *, uint32_t size) {
+  if (g_allocations_left == 0) return nullptr;
+  --g_allocations_left;
+  return std::malloc(size);
+}
+
+// The table's record, weights and buckets, then one element per name: each
+// allocation in turn fails, until start-up gets through.
+TEST_F(ContextTest, PasswordSchemeFailureLeavesTheContextPublishedDeliberately) {
+  constexpr int kAllocations = 3 + static_cast<int>(gslu::kPasswordSchemeCount);
+  for (int n = 0; n <= kAllocations; ++n) {
+    qtest::dropContext();
+    g_allocations_left = n;
+    gslu::startupMallocHookForTesting(failingMalloc);
+    gsluctx *ctx = reinterpret_cast<gsluctx *>(&n);
+    const int status = gsluinit(&ctx);
+    gslu::startupMallocHookForTesting(nullptr);
+    gsluctx *published = sgsluugGetContext();
+    ASSERT_NE(published, nullptr) << n;
+    ASSERT_EQ(gslumsSetHooks(published, nullptr, nullptr, nullptr, nullptr), GSLUM_OK);
+    EXPECT_EQ(status, n < kAllocations ? GSLU_INIT_SERVICE_FAILED : GSLU_INIT_OK) << n;
+    EXPECT_EQ(ctx, n < kAllocations ? nullptr : published) << n;
+    EXPECT_EQ(gsluizgcGetContext(), published);
+    gsluhhTable *table = published->password_schemes;
+    EXPECT_EQ(table == nullptr, n < 3) << n;
+    if (table != nullptr) {
+      EXPECT_EQ(gsluhhClntGetNumElements(table), static_cast<uint32_t>(n - 3));
+    }
+  }
 }
 
 }  // namespace

@@ -16,27 +16,16 @@
 
 #include "core/context_internal.h"
 #include "core/memory.h"
+#include "tests/support/test_support.h"
 
 namespace {
 
-// Allocator hooks that record the requested sizes, hand out blocks of exactly
-// that size (so a sanitizer build sees any overrun) and can fail on demand.
-std::vector<uint32_t> g_sizes;
-int g_allocations_left = -1;  // negative: never fail
-
-bool allocationAllowed() {
-  if (g_allocations_left == 0) return false;
-  if (g_allocations_left > 0) --g_allocations_left;
-  return true;
-}
-void *exactMalloc(gsluctx *, uint32_t size) {
-  g_sizes.push_back(size);
-  return allocationAllowed() ? std::malloc(size) : nullptr;
-}
-void *exactCalloc(gsluctx *, uint32_t count, uint32_t size) {
-  return allocationAllowed() ? std::calloc(count, size) : nullptr;
-}
-void exactFree(gsluctx *, void *block) { std::free(block); }
+// The recording allocator's hooks, under the names these tests use.
+std::vector<uint32_t> &g_sizes = qtest::RecordingAllocator::sizes;
+int &g_allocations_left = qtest::RecordingAllocator::allocations_left;
+constexpr auto exactMalloc = &qtest::RecordingAllocator::malloc;
+constexpr auto exactCalloc = &qtest::RecordingAllocator::calloc;
+constexpr auto exactFree = &qtest::RecordingAllocator::free;
 
 class StringsTest : public ::testing::Test {
  protected:

@@ -1,0 +1,576 @@
+// Tests of util/hash.h: known hash values, creation and its failures, the
+// comparison rules, the kept oddities, re-initialisation, iteration, dumps,
+// lock failures and (suite HashConcurrency) several threads at once.
+#include "util/hash.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <latch>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/context_internal.h"
+#include "core/output.h"
+#include "core/runtime.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+using Alloc = qtest::RecordingAllocator;
+using Lines = std::vector<std::string>;
+
+struct TraceLine {
+  uint32_t level;
+  std::string format;
+  std::vector<int32_t> ints;
+};
+std::mutex g_trace_mutex;
+std::vector<TraceLine> g_traces;
+
+void captureTrace(uint32_t level, const char *format, const gsluArg *args, uint32_t count) {
+  TraceLine line{level, format, {}};
+  for (uint32_t i = 0; i < count; ++i) {
+    if (args[i].type == GSLUF_ARG_INT32_PTR) line.ints.push_back(*args[i].value.i32);
+  }
+  std::lock_guard<std::mutex> guard(g_trace_mutex);
+  g_traces.push_back(line);
+}
+
+Lines traceFormats() {
+  Lines out;
+  for (const TraceLine &t : g_traces) out.push_back(t.format);
+  return out;
+}
+
+int g_released = 0;
+void countRelease(void *) { ++g_released; }
+
+class HashTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ctx_ = gsluizgcGetContext();
+    ASSERT_NE(ctx_, nullptr);
+    g_traces.clear();
+    g_released = 0;
+    ASSERT_EQ(gslutsSetTraceHook(ctx_, captureTrace), 0);
+  }
+  void TearDown() override {
+    Alloc::uninstall(ctx_);
+    gslu::rwlockFailCreateAfter(-1);
+    for (gsluhhTable *t : tables_) EXPECT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
+    (void)gslutsSetTraceHook(ctx_, nullptr);
+  }
+  gsluhhTable *make(uint32_t buckets = 16, int32_t locks = 0, gsluhhHashFunction hash = nullptr) {
+    gsluhhTable *t = nullptr;
+    EXPECT_EQ(gsluhhClntHashTableAlloc(ctx_, buckets, hash, &t, locks), GSLUHH_OK);
+    if (t != nullptr) tables_.push_back(t);
+    return t;
+  }
+  void insert(gsluhhTable *t, std::initializer_list<const char *> keys, void *value = nullptr) {
+    for (const char *k : keys) ASSERT_EQ(gsluhhClntHashInsert(ctx_, t, k, value, 0), 0) << k;
+  }
+  gsluctx *ctx_ = nullptr;
+  std::vector<gsluhhTable *> tables_;
+};
+
+uint32_t hashOf(gsluhhTable *t, const char *key) {
+  uint32_t position = 0;
+  return gsluhhClntHashFunc(t, key, &position);
+}
+
+TEST_F(HashTest, WeightsAreCubesModulo2To32AndLongKeysStillHash) {
+  gsluhhTable *t = make(65003);
+  for (uint64_t i = 0; i < GSLUHH_WEIGHT_COUNT; ++i) {
+    ASSERT_EQ(t->weights[i], static_cast<uint32_t>(i * i * i)) << i;
+  }
+  EXPECT_EQ(t->weights[1626], 3975080u);  // the first to wrap
+  EXPECT_EQ(t->weights[9999], 3267617327u);
+  std::string key(GSLUHH_WEIGHT_COUNT + 3, '\1');
+  uint32_t sum = 0;
+  for (uint64_t i = 0; i < key.size(); ++i) sum += static_cast<uint32_t>(i * i * i);
+  EXPECT_EQ(hashOf(t, key.c_str()), sum % 65003);
+}
+
+struct HashCase {
+  const char *key;
+  uint32_t sum, bucket16;
+};
+
+class HashValueTest : public HashTest, public ::testing::WithParamInterface<HashCase> {};
+
+// A table of 65003 buckets shows the sum itself for these short keys.
+TEST_P(HashValueTest, SumAndBucket) {
+  const HashCase &c = GetParam();
+  for (auto [buckets, expected] :
+       {std::pair{65003u, c.sum}, std::pair{16u, c.bucket16}, std::pair{7u, c.sum % 7}}) {
+    gsluhhTable *t = make(buckets);
+    uint32_t position = 0;
+    EXPECT_EQ(gsluhhClntHashFunc(t, c.key, &position), expected) << buckets;
+    EXPECT_EQ(position, std::string(c.key).size());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Keys, HashValueTest,
+                         ::testing::Values(HashCase{"md5", 524, 12}, HashCase{"MD5", 492, 12},
+                                           HashCase{"sha", 880, 0}, HashCase{"ssha", 3566, 14},
+                                           HashCase{"a", 0, 0}, HashCase{"x", 0, 0},
+                                           HashCase{"", 0, 0}));
+
+TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
+  gsluhhTable *t = make(65003);
+  EXPECT_EQ(hashOf(t, "Ab"), 98u);
+  EXPECT_EQ(hashOf(t, "\xff" "b"), 98u);
+}
+
+class BucketCountTest : public HashTest,
+                        public ::testing::WithParamInterface<std::pair<uint32_t, uint32_t>> {};
+
+TEST_P(BucketCountTest, RequestsAreCapped) {
+  gsluhhTable *t = nullptr;
+  ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, GetParam().first, &t, 0), GSLUHH_OK);
+  tables_.push_back(t);
+  EXPECT_EQ(t->bucket_count, GetParam().second);
+  EXPECT_EQ(t->buckets[t->bucket_count].head, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, BucketCountTest,
+                         ::testing::Values(std::pair{0u, 256u}, std::pair{1u, 1u},
+                                           std::pair{16u, 16u}, std::pair{65004u, 65003u},
+                                           std::pair{70000u, 65003u}));
+
+struct OptionCase {
+  int32_t option, value;
+  int status;
+  std::vector<int32_t> switches;  // language, nocase, value-is-key, mode, search lock
+  bool release_set;
+};
+
+class OptionTest : public HashTest, public ::testing::WithParamInterface<OptionCase> {};
+
+// Each case starts from every switch away from its default.
+TEST_P(OptionTest, SetsOnlyItsSwitches) {
+  const OptionCase &c = GetParam();
+  gsluhhTable *t = make();
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LANGCMP, 5, nullptr), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_NOCASE, 1, nullptr), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LOCK_SEARCH, 0, nullptr), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_FREEFUNC, 0, countRelease), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_VALUE_IS_KEY, 7, nullptr), GSLUHH_OK);
+  EXPECT_EQ(gsluhhClntSetHTOptions(t, c.option, c.value, countRelease), c.status);
+  EXPECT_EQ(std::vector<int32_t>({t->lang_compare, t->nocase, t->value_is_key, t->compare_mode,
+                                  t->search_lock}),
+            c.switches);
+  EXPECT_EQ(t->release != nullptr, c.release_set);
+}
+
+constexpr int32_t kNc = GSLUHH_CMP_NOCASE;
+constexpr int32_t kEx = GSLUHH_CMP_EXACT;
+INSTANTIATE_TEST_SUITE_P(
+    Options, OptionTest,
+    ::testing::Values(OptionCase{GSLUHH_OPT_DEFAULTS, 9, 0, {1, 0, 0, kEx, 1}, false},
+                      OptionCase{GSLUHH_OPT_LANGCMP, 0, 0, {0, 1, 7, kNc, 0}, true},
+                      OptionCase{GSLUHH_OPT_NOCASE, 2, 0, {5, 2, 7, kEx, 0}, true},
+                      OptionCase{GSLUHH_OPT_NOCASE, 0, 0, {5, 0, 7, kEx, 0}, true},
+                      OptionCase{GSLUHH_OPT_VALUE_IS_KEY, 0, 0, {5, 1, 0, kNc, 0}, true},
+                      OptionCase{GSLUHH_OPT_FREEFUNC, 0, 0, {5, 1, 0, kNc, 0}, true},
+                      OptionCase{GSLUHH_OPT_LOCK_SEARCH, 3, 0, {5, 1, 7, kNc, 3}, true},
+                      OptionCase{3, 1, 2, {5, 1, 7, kNc, 0}, true}));
+
+TEST_F(HashTest, DuplicateKeepsTheFirstValueAndInsertStrSays1025) {
+  gsluhhTable *t = make();
+  int first = 1, second = 2;
+  ASSERT_EQ(gsluhhClntbInsertStr(t, "md5", &first, 0), GSLUHH_OK);
+  const char *stored = "not cleared";
+  EXPECT_EQ(gsluhhClntShrdKeyHashInsert(ctx_, t, "md5", &stored, &second, 0), GSLUHH_DUPLICATE);
+  EXPECT_EQ(stored, nullptr);
+  EXPECT_EQ(gsluhhClntbInsertStr(t, "md5", &second, 0), GSLUHH_STR_DUPLICATE);
+  EXPECT_EQ(traceFormats(), Lines(2, "Duplicate while inserting in Hash Table.\n"));
+  EXPECT_EQ(g_traces[0].level, 0x40000u);
+  void *value = nullptr;
+  EXPECT_EQ(gsluhhClntdSearchStr(t, "md5", &value), GSLUHH_OK);
+  EXPECT_EQ(value, &first);
+  EXPECT_EQ(gsluhhClntGetNumElements(t), 1u);
+}
+
+struct CompareCase {
+  int32_t lang, nocase;
+  bool finds_other_case;
+};
+
+class CompareTest : public HashTest, public ::testing::WithParamInterface<CompareCase> {};
+
+TEST_P(CompareTest, LookupFollowsTheSwitchesInsertAndDeleteStayExact) {
+  gsluhhTable *t = make();
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LANGCMP, GetParam().lang, nullptr), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_NOCASE, GetParam().nocase, nullptr), GSLUHH_OK);
+  int code = 7002;
+  insert(t, {"md5"}, &code);
+  void *value = &value;
+  const bool found = gsluhhClntHashSearch(ctx_, t, "MD5", &value) == GSLUHH_OK;
+  EXPECT_EQ(found, GetParam().finds_other_case);
+  EXPECT_EQ(value, found ? static_cast<void *>(&code) : nullptr);
+  EXPECT_EQ(gsluhhClntHashKeySearch(ctx_, t, "MD5") != nullptr, found);
+  EXPECT_EQ(gsluhhClntHashDelete(ctx_, t, "MD5"), GSLUHH_NOT_FOUND);
+  EXPECT_EQ(gsluhhClnteRemoveStr(t, "MD5"), GSLUHH_FAILED);
+  insert(t, {"MD5"});
+}
+
+// The language service is used only when its switch is exactly 1.
+INSTANTIATE_TEST_SUITE_P(Switches, CompareTest,
+                         ::testing::Values(CompareCase{1, 0, false}, CompareCase{1, 1, true},
+                                           CompareCase{1, 2, false}, CompareCase{0, 1, true},
+                                           CompareCase{2, 1, true}, CompareCase{2, 0, false}));
+
+TEST_F(HashTest, NotFoundTouchesTheOutputOnlyInANonEmptyBucketDeliberately) {
+  gsluhhTable *t = make();
+  int code = 1;
+  insert(t, {"md5"}, &code);
+  void *value = &code;
+  EXPECT_EQ(gsluhhClntHashSearch(ctx_, t, "sha", &value), GSLUHH_NOT_FOUND);  // bucket 0: empty
+  EXPECT_EQ(value, &code);
+  EXPECT_EQ(gsluhhClntHashSearch(ctx_, t, "MD5", &value), GSLUHH_NOT_FOUND);  // bucket 12
+  EXPECT_EQ(value, nullptr);
+  EXPECT_TRUE(g_traces.empty());
+}
+
+TEST_F(HashTest, ValueCopiesAndValueIsKey) {
+  gsluhhTable *t = make();
+  char text[] = "secret";
+  const char *stored = nullptr;
+  ASSERT_EQ(gsluhhClntShrdKeyHashInsert(ctx_, t, "copy", &stored, text, 1), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntHashInsert(ctx_, t, "null", nullptr, 1), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_VALUE_IS_KEY, 1, nullptr), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntHashInsert(ctx_, t, "self", text, 1), GSLUHH_OK);
+  insert(t, {"given"}, text);
+  text[0] = 'S';
+  EXPECT_EQ(stored, gsluhhClntHashKeySearch(ctx_, t, "copy"));
+  const char *keys[] = {"copy", "null", "self", "given"};
+  void *v[4] = {};
+  for (int i = 0; i < 4; ++i) ASSERT_EQ(gsluhhClntHashSearch(ctx_, t, keys[i], &v[i]), 0) << keys[i];
+  EXPECT_STREQ(static_cast<char *>(v[0]), "secret");
+  EXPECT_EQ(v[1], nullptr);
+  EXPECT_EQ(v[2], gsluhhClntHashKeySearch(ctx_, t, "self"));
+  EXPECT_EQ(v[3], text);
+}
+
+TEST_F(HashTest, SlotsKeepTheGenerousRounding) {
+  gsluhhTable *t = make();
+  const struct { const char *key, *value; uint32_t slots; } cases[] = {
+      {"k", nullptr, 8}, {"kkkkkk", nullptr, 8}, {"kkkkkkk", nullptr, 16},
+      {"a", "", 16},     {"b", "vvvvvvv", 24},   {"c", "vvvvvvvvvvvvvvv", 32}};
+  Alloc::install(ctx_);
+  for (const auto &c : cases) {
+    ASSERT_EQ(gsluhhClntHashInsert(ctx_, t, c.key, const_cast<char *>(c.value), 1), GSLUHH_OK);
+    EXPECT_EQ(Alloc::sizes.back(), sizeof(gsluhhElement) + c.slots) << c.key;
+  }
+}
+
+TEST_F(HashTest, ReleaseFunctionSeesEveryNonNullValue) {
+  gsluhhTable *t = nullptr;
+  ASSERT_EQ(gsluhhClntcCreateStrHash(ctx_, 16, &t, 1), GSLUHH_OK);
+  int v = 0;
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_FREEFUNC, 0, countRelease), GSLUHH_OK);
+  insert(t, {"a", "b", "c", "d"}, &v);
+  insert(t, {"e"});
+  EXPECT_EQ(gsluhhClntHashDelete(ctx_, t, "a"), GSLUHH_OK);
+  EXPECT_EQ(gsluhhClntHashDelete(ctx_, t, "e"), GSLUHH_OK);
+  EXPECT_EQ(g_released, 1);
+  EXPECT_EQ(gsluhhClntGetNumElements(t), 3u);
+  EXPECT_EQ(gsluhhClntaDestroyStrHash(nullptr, t), GSLUHH_OK);
+  EXPECT_EQ(g_released, 4);
+}
+
+TEST_F(HashTest, ReferencesDelayTheFreeWhichKeepsTheWeightArrayDeliberately) {
+  Alloc::install(ctx_);
+  gsluhhTable *t = nullptr;
+  ASSERT_EQ(gsluhhClntcCreateStrHash(ctx_, 16, &t, 0), GSLUHH_OK);
+  ASSERT_EQ(Alloc::blocks.size(), 3u);  // record, weights, buckets
+  ASSERT_EQ(Alloc::blocks[1], t->weights);
+  ASSERT_EQ(gsluhhClntIncrRefCnt(ctx_, t), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
+  EXPECT_TRUE(Alloc::freed.empty());
+  EXPECT_EQ(t->ref_count, 1u);
+  ASSERT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
+  EXPECT_EQ(Alloc::freed, (std::vector<void *>{Alloc::blocks[2], Alloc::blocks[0]}));
+  std::free(Alloc::blocks[1]);
+}
+
+TEST_F(HashTest, ReinitialisationEmptiesAndBlocksSearchesUntilEnded) {
+  gsluhhTable *t = make();
+  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_FREEFUNC, 0, countRelease), GSLUHH_OK);
+  insert(t, {"md5"}, t);
+  ASSERT_EQ(gsluhhClntIncrRefCnt(ctx_, t), GSLUHH_OK);
+  EXPECT_EQ(gsluhhClntiInitHT(ctx_, t), GSLUHH_OK);  // two references: nothing
+  EXPECT_EQ(gsluhhClntGetNumElements(t), 1u);
+  ASSERT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
+  EXPECT_EQ(gsluhhClntiInitHT(nullptr, t), GSLUHH_OK);
+  EXPECT_EQ(g_released, 1);
+  EXPECT_EQ(gsluhhClntGetNumElements(t), 0u);
+  insert(t, {"sha"});
+  void *value = nullptr;
+  EXPECT_EQ(gsluhhClntHashSearch(ctx_, t, "sha", &value), GSLUHH_FAILED);
+  EXPECT_EQ(traceFormats(), Lines{"gsluhHashSearch : ERROR * Hash table init in progress \n"});
+  EXPECT_EQ(gsluhhClntHashKeySearch(ctx_, t, "sha"), nullptr);
+  EXPECT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);  // refused silently
+  EXPECT_EQ(t->magic, GSLUHH_MAGIC);
+  EXPECT_EQ(gsluhhClntHashDelete(ctx_, t, "sha"), GSLUHH_OK);
+  EXPECT_EQ(gsluhhClntEndInitHT(ctx_, t), GSLUHH_OK);
+  insert(t, {"md5"});
+  EXPECT_EQ(gsluhhClntHashSearch(ctx_, t, "md5", &value), GSLUHH_OK);
+}
+
+// The keys and the end of a walk ("1003" when both outputs end null).
+Lines walk(gsluhhIterator *it) {
+  Lines seen;
+  const char *key = "";
+  void *value = &seen;
+  int rc;
+  while ((rc = gsluhhClntHashIterNext(nullptr, &key, &value, it)) == GSLUHH_OK) seen.push_back(key);
+  seen.push_back(key == nullptr && value == nullptr ? std::to_string(rc) : "outputs left set");
+  return seen;
+}
+
+TEST_F(HashTest, IterationWalksBucketsInOrderAndChainsInInsertionOrder) {
+  gsluhhTable *t = make();
+  gsluhhIterator *it = gsluhhClntHashBeginIter(ctx_, t);
+  EXPECT_EQ(walk(it), Lines{"1003"});
+  ASSERT_EQ(gsluhhClntHashEndIter(ctx_, it), GSLUHH_OK);
+  insert(t, {"aE", "sha", "aU", "x"});  // buckets 5, 0, 5, 0
+  const Lines order{"sha", "x", "aE", "aU", "1003"};
+  it = gsluhhClntHashBeginIter(ctx_, t);
+  EXPECT_EQ(walk(it), order);
+  EXPECT_EQ(walk(it), Lines{"1003"});  // stays at the end
+  ASSERT_EQ(gsluhhClntHashEndIter(ctx_, it), GSLUHH_OK);
+  gsluhhIterator ro{};
+  ASSERT_EQ(gsluhhClntHashRDONLYBeginIter(ctx_, t, &ro), GSLUHH_OK);
+  uint32_t int_key = 9;
+  EXPECT_EQ(gsluhhClntintHashIterNext(ctx_, &int_key, nullptr, &ro), GSLUHH_OK);
+  EXPECT_EQ(int_key, 0u);  // string insertion leaves the integer key 0
+  EXPECT_EQ(walk(&ro), Lines(order.begin() + 1, order.end()));
+  ASSERT_EQ(gsluhhClntHashRDONLYEndIter(ctx_, &ro), GSLUHH_OK);
+}
+
+TEST_F(HashTest, DumpsPrintEveryBucketExactly) {
+  gsluhhTable *t = make(6);  // sums modulo 6: "x" 0, "aE" 69 and "aK" 75: 3, "sha" 880: 4
+  char v1[] = "v1";
+  ASSERT_EQ(gsluhhClntHashInsert(ctx_, t, "sha", v1, 1), GSLUHH_OK);
+  insert(t, {"x"});
+  insert(t, {"aE", "aK"}, v1);
+  char buffer[64] = "old";
+  ASSERT_EQ(gsluhhClntHashTableDumpinBuff(ctx_, t, buffer), GSLUHH_OK);
+  EXPECT_STREQ(buffer, "x: \naE: v1\naK: v1\nsha: v1\n");
+  qtest::TempDir dir;
+  const std::string file = dir.path() + "/dump.txt";
+  ASSERT_EQ(gsluhhClntHashTableDump(ctx_, t, file.c_str()), GSLUHH_OK);
+  char head[128];
+  std::snprintf(head, sizeof head,
+                "\n------------ Hash Table output ---------\nnum_buckets:6\nbucket_array:%X\n"
+                "hash_func:%X\n\n\n",
+                static_cast<uint32_t>(reinterpret_cast<uintptr_t>(t->buckets)),
+                static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&gsluhhClntHashFunc)));
+  const std::string expected = std::string(head) +
+                               "   BUCKET # 0      num_elems: 1 \n(x)\n\n"
+                               "   BUCKET # 1      num_elems: 0 \n\n"
+                               "   BUCKET # 2      num_elems: 0 \n\n"
+                               "   BUCKET # 3      num_elems: 2 \n(aE:v1)\n(aK:v1)\n\n"
+                               "   BUCKET # 4      num_elems: 1 \n(sha:v1)\n\n"
+                               "   BUCKET # 5      num_elems: 0 \n\n"
+                               "-------------------------------------------\n";
+  std::stringstream got;
+  got << std::ifstream(file).rdbuf();
+  EXPECT_EQ(got.str(), expected);
+  EXPECT_EQ(gsluhhClntHashTableDump(ctx_, t, (dir.path() + "/no/dir").c_str()), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashTableDumpinBuff(ctx_, t, nullptr), GSLUHH_FAILED);
+  EXPECT_EQ(traceFormats(), Lines{"Error opening o/p file\n"});
+}
+
+TEST_F(HashTest, NullAndInvalidTables) {
+  void *value = nullptr;
+  EXPECT_EQ(gsluhhClntHashInsert(ctx_, nullptr, "k", nullptr, 0), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashSearch(ctx_, nullptr, "k", &value), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashTableFree(ctx_, nullptr), GSLUHH_FAILED);
+  gsluhhTable *t = make();
+  t->magic = 0;
+  EXPECT_EQ(gsluhhClntHashInsert(ctx_, t, "k", nullptr, 0), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashSearch(ctx_, t, "k", &value), GSLUHH_INVALID_TABLE);
+  EXPECT_EQ(gsluhhClntHashDelete(ctx_, t, "k"), GSLUHH_INVALID_TABLE);
+  EXPECT_EQ(gsluhhClntiInitHT(ctx_, t), GSLUHH_INVALID_TABLE);
+  EXPECT_EQ(gsluhhClntaDestroyStrHash(ctx_, t), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashBeginIter(ctx_, t), nullptr);
+  EXPECT_EQ(traceFormats(), (Lines{"gsluhShrdKeyHashInsert: Invalid hash table pointer \n",
+                                   "gsluhHashSearch: ERROR * Invalid hash table pointer \n",
+                                   "Hash Table Verification failed..\n",
+                                   "gsluhHashSearch:ERROR * gsluhhClntHashTableVerify failed\n"}));
+  t->magic = GSLUHH_MAGIC;
+}
+
+// The calling thread holds the table's write lock through a writing
+// iteration, so every other lock of the table fails on this thread.
+TEST_F(HashTest, TableLockFailuresAreReportedAndACountFailureReadsAsTwo) {
+  gsluhhTable *t = make();
+  insert(t, {"md5", "sha"});
+  gsluhhIterator *it = gsluhhClntHashBeginIter(ctx_, t);
+  const std::pair<std::function<int()>, Lines> cases[] = {
+      {[&] { return gsluhhClntHashInsert(ctx_, t, "k", nullptr, 0); },
+       {"gsluhHashInsert: Failed to aquire write lock..\n"}},
+      {[&] { return gsluhhClntdSearchStr(t, "md5", nullptr, 1, 2); },
+       {"gsluhHashSearch: ERROR * sltsrwread failed \n"}},
+      {[&] { return gsluhhClntHashDelete(ctx_, t, "md5"); },
+       {"gsluhHashDelete: Failed to aquire lock\n"}},
+      {[&] { return gsluhhClntSetHTOptions(t, GSLUHH_OPT_NOCASE, 1, nullptr); },
+       {"gsluhSetHTOptions: ERROR * Write lock on the hash table failed\n"}},
+      // Deliberate: a failure reads as 2, which is also this table's count.
+      {[&] { return static_cast<int>(gsluhhClntGetNumElements(t)); },
+       {"gsluhGetNumElements: ERROR * read lock on the hash table failed\n"}},
+      {[&] { return gsluhhClntHashTableFree(ctx_, t); },
+       {"gsluhHashTableFree : ERROR * sltsrwwrite failed \n"}},
+      {[&] { return gsluhhClntiInitHT(ctx_, t); }, {"gsluhiInitHT:Failed to aquire hash table lock\n"}},
+      {[&] { return gsluhhClntIncrRefCnt(ctx_, t); }, {}},
+      {[&] { return gsluhhClntHashKeySearch(ctx_, t, "md5") ? 0 : 2; }, {}},
+  };
+  for (const auto &[call, traces] : cases) {
+    g_traces.clear();
+    EXPECT_EQ(call(), GSLUHH_FAILED);
+    EXPECT_EQ(traceFormats(), traces);
+  }
+  ASSERT_EQ(gsluhhClntHashEndIter(ctx_, it), GSLUHH_OK);
+  EXPECT_EQ(gsluhhClntGetNumElements(t), 2u);
+  EXPECT_EQ(t->ref_count, 1u);
+}
+
+// Insert, search and delete of key all fail with 2, tracing these lines.
+void expectKeyOperationsFail(gsluctx *ctx, gsluhhTable *t, const char *key, const Lines &traces) {
+  void *value = nullptr;
+  EXPECT_EQ(gsluhhClntHashInsert(ctx, t, key, nullptr, 0), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashSearch(ctx, t, key, &value), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashDelete(ctx, t, key), GSLUHH_FAILED);
+  EXPECT_EQ(traceFormats(), traces);
+}
+
+TEST_F(HashTest, BucketLockFailuresAreReportedAndTheInsertBlockIsKept) {
+  gsluhhTable *t = make(16, 1);
+  ASSERT_EQ(pthread_rwlock_wrlock(&t->buckets[12].lock), 0);  // the bucket of "md5"
+  Alloc::install(ctx_);
+  expectKeyOperationsFail(ctx_, t, "md5",
+                          {"gsluhHashInsert:Aquiring Bucket lock failed..\n",
+                           "gsluhHashSearch : ERROR * sltsread failed \n",
+                           "gsluhHashDelete: Failed to aquire lock\n"});
+  ASSERT_EQ(Alloc::blocks.size(), 1u);  // the element block, still allocated
+  std::free(Alloc::blocks[0]);
+  ASSERT_EQ(pthread_rwlock_unlock(&t->buckets[12].lock), 0);
+  insert(t, {"md5"});  // no lock was left held
+}
+
+// A hash function that answers one past the last bucket.
+uint32_t outOfRange(gsluhhTable *table, const char *, uint32_t *) { return table->bucket_count; }
+
+TEST_F(HashTest, HashValueOutOfRangeFailsEveryKeyOperation) {
+  gsluhhTable *t = make(16, 0, outOfRange);
+  expectKeyOperationsFail(ctx_, t, "k",
+                          {"Incorrect Hash Value (%d). Max Possible (%d)..\n",
+                           "gsluhHashSearch : ERROR * Hash table init in progress \n",
+                           "gsluhHashDelete: Invalid bucket number\n"});
+  EXPECT_EQ(g_traces[0].ints, (std::vector<int32_t>{16, 16}));
+  for (const TraceLine &line : g_traces) EXPECT_EQ(line.level, 0x7fffffffu);
+}
+
+// Creation fails at its Nth allocation (record, weights, buckets) or lock.
+struct CreateFailure {
+  int allocations_before, locks_before;  // negative: all succeed
+  int32_t bucket_locks;
+  Lines traces;
+};
+
+class CreateFailureTest : public HashTest, public ::testing::WithParamInterface<CreateFailure> {};
+
+TEST_P(CreateFailureTest, NothingIsHandedOut) {
+  const CreateFailure &c = GetParam();
+  Alloc::install(ctx_);
+  Alloc::allocations_left = c.allocations_before;
+  gslu::rwlockFailCreateAfter(c.locks_before);
+  gsluhhTable *t = reinterpret_cast<gsluhhTable *>(&t);
+  EXPECT_EQ(gsluhhClntcCreateStrHash(ctx_, 16, &t, c.bucket_locks), GSLUHH_FAILED);
+  EXPECT_EQ(t, nullptr);
+  EXPECT_EQ(traceFormats(), c.traces);
+}
+
+const char kNoTable[] = "Error in allocating Memory for HashTable\n";
+const char kNoBuckets[] = "gsluhHashTableAlloc: ERROR * gsluhHashBucketsAlloc failed\n";
+const char kNoBucketLock[] = "gsluhHashBucketAlloc: failed to initialize the bucket lock\n";
+const char kNoTableLock[] = "gsluhHashBucketsAlloc: ERROR * sltsrwinit failed \n";
+INSTANTIATE_TEST_SUITE_P(
+    Steps, CreateFailureTest,
+    ::testing::Values(
+        CreateFailure{0, -1, 0, {kNoTable}}, CreateFailure{1, -1, 0, {kNoTable}},
+        CreateFailure{2, -1, 0, {"Error in allocating Memory for Hash Buckets\n", kNoBuckets}},
+        CreateFailure{-1, 0, 1, {kNoBucketLock, kNoBuckets}},
+        CreateFailure{-1, 9, 1, {kNoBucketLock, kNoBuckets}},
+        CreateFailure{-1, 17, 1, {kNoTableLock}}, CreateFailure{-1, 0, 0, {kNoTableLock}}));
+
+TEST_F(HashTest, OtherAllocationFailures) {
+  gsluhhTable *t = make();
+  Alloc::install(ctx_);
+  Alloc::allocations_left = 0;
+  const char *stored = "x";
+  EXPECT_EQ(gsluhhClntShrdKeyHashInsert(ctx_, t, "k", &stored, nullptr, 0), GSLUHH_FAILED);
+  EXPECT_EQ(stored, nullptr);
+  EXPECT_EQ(gsluhhClntbInsertStr(t, "k", nullptr, 0), GSLUHH_FAILED);
+  EXPECT_EQ(gsluhhClntHashBeginIter(ctx_, t), nullptr);
+  EXPECT_EQ(gsluhhClntHashTableAlloc(ctx_, 16, nullptr, nullptr, 0), GSLUHH_FAILED);
+  EXPECT_EQ(traceFormats(), (Lines{"Error allocating Memory for Hash Element..\n",
+                                   "Error allocating Memory for Hash Element..\n",
+                                   "gsluhHashTableAlloc: ERROR * Invalid pointer passed \n"}));
+  Alloc::allocations_left = -1;
+  insert(t, {"k"});  // no lock was left held
+}
+
+// Several threads insert, search and delete their own keys while reading
+// each other's; run under ThreadSanitizer in CI.
+class HashConcurrency : public HashTest, public ::testing::WithParamInterface<int32_t> {};
+
+TEST_P(HashConcurrency, ThreadsInsertSearchAndDelete) {
+  constexpr int kThreads = 4;
+  constexpr int kKeys = 2000;
+  gsluhhTable *t = make(8, GetParam());  // few buckets: chains are shared
+  auto key = [](int thread, int i) {
+    char text[32];
+    std::snprintf(text, sizeof text, "t%d-%d", thread, i);
+    return std::string(text);
+  };
+  std::vector<int> failures(kThreads, 0);
+  std::vector<std::thread> threads;
+  std::latch start(kThreads);  // all threads run at once
+  for (int n = 0; n < kThreads; ++n) {
+    threads.emplace_back([&, n] {
+      start.arrive_and_wait();
+      for (int i = 0; i < kKeys; ++i) {
+        const std::string k = key(n, i), other = key((n + 1) % kThreads, i);
+        void *value = nullptr;
+        failures[n] += gsluhhClntHashInsert(ctx_, t, k.c_str(), const_cast<char *>("v"), 1) != 0;
+        failures[n] += gsluhhClntHashSearch(ctx_, t, k.c_str(), &value) != 0;
+        failures[n] += value == nullptr || std::string(static_cast<char *>(value)) != "v";
+        (void)gsluhhClntHashKeySearch(ctx_, t, other.c_str());
+        (void)gsluhhClntHashSearch(ctx_, t, other.c_str(), &value);
+        if (i % 2 == 0) failures[n] += gsluhhClntHashDelete(ctx_, t, k.c_str()) != 0;
+        (void)gsluhhClntGetNumElements(t);
+      }
+    });
+  }
+  for (std::thread &th : threads) th.join();
+  EXPECT_EQ(failures, std::vector<int>(kThreads, 0));
+  EXPECT_EQ(gsluhhClntGetNumElements(t), static_cast<uint32_t>(kThreads * kKeys / 2));
+  EXPECT_TRUE(g_traces.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Locks, HashConcurrency, ::testing::Values(0, 1),
+                         [](const auto &info) {
+                           return info.param ? "BucketLocks" : "TableLockOnly";
+                         });
+
+}  // namespace
