@@ -1,0 +1,82 @@
+// tests/support/failing_allocator.h - allocator hooks for tests: fail every
+// allocation once a budget is used up, count the blocks alive, and record
+// each reallocation's sizes.
+#ifndef QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
+#define QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "core/memory.h"
+
+namespace qtest {
+
+// Installs its hooks on the process-wide context for its lifetime; one at a
+// time. The reallocation hook moves the block to a new one and copies only
+// the old size it is told, so a caller passing a wrong old size loses data.
+class FailingAllocator {
+ public:
+  static constexpr size_t kUnlimited = SIZE_MAX;
+
+  FailingAllocator() {
+    state() = State{};
+    (void)gslumsSetHooks(nullptr, allocate, nullptr, reallocate, release);
+  }
+  ~FailingAllocator() { (void)gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr); }
+  FailingAllocator(const FailingAllocator &) = delete;
+  FailingAllocator &operator=(const FailingAllocator &) = delete;
+
+  // Lets the next n allocations succeed and fails every later one.
+  void failAfter(size_t n) { state().budget = n; }
+  void succeedAlways() { state().budget = kUnlimited; }
+  // Blocks allocated through the hooks minus blocks released through them.
+  long live() const { return state().live; }
+  // (new size, old size) of every reallocation, in order.
+  const std::vector<std::pair<uint32_t, uint32_t>> &reallocations() const {
+    return state().reallocations;
+  }
+  void clearReallocations() { state().reallocations.clear(); }
+
+ private:
+  struct State {
+    size_t budget = kUnlimited;
+    long live = 0;
+    std::vector<std::pair<uint32_t, uint32_t>> reallocations;
+  };
+  static State &state() {
+    static State s;
+    return s;
+  }
+  static bool take() {
+    State &s = state();
+    if (s.budget == 0) return false;
+    if (s.budget != kUnlimited) --s.budget;
+    return true;
+  }
+  static void *allocate(gsluctx *, uint32_t size) {
+    if (!take()) return nullptr;
+    void *p = std::malloc(size);
+    if (p != nullptr) ++state().live;
+    return p;
+  }
+  static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
+    state().reallocations.emplace_back(size, oldsize);
+    void *p = allocate(nullptr, size);
+    if (p == nullptr || old == nullptr) return p;
+    std::memcpy(p, old, std::min(size, oldsize));
+    release(nullptr, old);
+    return p;
+  }
+  static void release(gsluctx *, void *block) {
+    --state().live;
+    std::free(block);
+  }
+};
+
+}  // namespace qtest
+
+#endif  // QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
