@@ -2,6 +2,7 @@
 #include "core/context.h"
 #include "core/memory.h"
 #include "core/messages.h"
+#include "dsml/reader.h"
 #include "dsml/xml.h"
 #include "entry/base64.h"
 #include "entry/entry.h"
