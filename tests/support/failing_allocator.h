@@ -15,56 +15,40 @@
 
 namespace qtest {
 
+struct AllocatorState {
+  size_t budget = SIZE_MAX;
+  long live = 0;
+  std::vector<std::pair<uint32_t, uint32_t>> reallocations;
+};
+
 // Installs its hooks on the process-wide context for its lifetime; one at a
-// time. The reallocation hook moves the block to a new one and copies only
-// the old size it is told, so a caller passing a wrong old size loses data.
+// time. The reallocation hook moves the block and copies only the old size
+// it is told, so a caller passing a wrong old size loses data.
 class FailingAllocator {
  public:
   static constexpr size_t kUnlimited = SIZE_MAX;
-
   FailingAllocator() {
-    state() = State{};
+    s = AllocatorState{};
     (void)gslumsSetHooks(nullptr, allocate, nullptr, reallocate, release);
   }
   ~FailingAllocator() { (void)gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr); }
-  FailingAllocator(const FailingAllocator &) = delete;
-  FailingAllocator &operator=(const FailingAllocator &) = delete;
-
   // Lets the next n allocations succeed and fails every later one.
-  void failAfter(size_t n) { state().budget = n; }
-  void succeedAlways() { state().budget = kUnlimited; }
+  void failAfter(size_t n) { s.budget = n; }
   // Blocks allocated through the hooks minus blocks released through them.
-  long live() const { return state().live; }
+  long live() const { return s.live; }
   // (new size, old size) of every reallocation, in order.
-  const std::vector<std::pair<uint32_t, uint32_t>> &reallocations() const {
-    return state().reallocations;
-  }
-  void clearReallocations() { state().reallocations.clear(); }
+  const std::vector<std::pair<uint32_t, uint32_t>> &reallocations() const { return s.reallocations; }
 
  private:
-  struct State {
-    size_t budget = kUnlimited;
-    long live = 0;
-    std::vector<std::pair<uint32_t, uint32_t>> reallocations;
-  };
-  static State &state() {
-    static State s;
-    return s;
-  }
-  static bool take() {
-    State &s = state();
-    if (s.budget == 0) return false;
-    if (s.budget != kUnlimited) --s.budget;
-    return true;
-  }
+  static inline AllocatorState s;
   static void *allocate(gsluctx *, uint32_t size) {
-    if (!take()) return nullptr;
-    void *p = std::malloc(size);
-    if (p != nullptr) ++state().live;
-    return p;
+    if (s.budget == 0) return nullptr;
+    if (s.budget != kUnlimited) --s.budget;
+    ++s.live;
+    return std::malloc(size);
   }
   static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
-    state().reallocations.emplace_back(size, oldsize);
+    s.reallocations.emplace_back(size, oldsize);
     void *p = allocate(nullptr, size);
     if (p == nullptr || old == nullptr) return p;
     std::memcpy(p, old, std::min(size, oldsize));
@@ -72,7 +56,7 @@ class FailingAllocator {
     return p;
   }
   static void release(gsluctx *, void *block) {
-    --state().live;
+    --s.live;
     std::free(block);
   }
 };
