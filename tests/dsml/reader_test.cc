@@ -7,6 +7,9 @@
 
 #include <cctype>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <functional>
 #include <string>
 #include <vector>
@@ -209,6 +212,21 @@ TEST(ReaderApiTest, ParseAndCleanupAreRefusedFromTheCallback) {
   };
   EXPECT_EQ(reader.parseInChunks(kAnnLee), kAnnLeeOutcome);
   EXPECT_EQ(inner, std::vector<int32_t>(2 * std::size(kChunkSizes), GSLXDV_FAILED));
+}
+
+// The fuzzer's seeds: a control byte, then a document that every chunk size
+// reads alike, to its end or to a clean failure.
+TEST(ReaderApiTest, FuzzSeedsReadAlikeInEveryChunkSize) {
+  Reader reader;
+  size_t seeds = 0;
+  for (const auto &seed : std::filesystem::directory_iterator(QUILLOMAT_SOURCE_DIR "/fuzz/corpus/reader")) {
+    std::ifstream in(seed.path(), std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const Outcome o = reader.parseInChunks(bytes.substr(1));
+    EXPECT_TRUE(o.status == GSLXDV_OK || o.status == GSLXDV_FAILED) << seed.path();
+    ++seeds;
+  }
+  EXPECT_GE(seeds, 4u);
 }
 
 // ---- The machine, event by event -------------------------------------------------
