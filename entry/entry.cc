@@ -100,6 +100,53 @@ template <class T, class Make>
   return GSLCLE_OK;
 }
 
+// The checks and the append shared by both value kinds: make() copies the
+// value, release() frees the copy when it cannot be stored.
+template <class T, class Make>
+[[nodiscard]] int addCopiedValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
+                                 const T *value, uint8_t kind, Make make,
+                                 void (*release)(gsluctx *, T *)) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || value == nullptr) return GSLCLE_NULL_ARG;
+  if (attribute->value_kind != kind) return GSLCLE_NOT_APPLICABLE;
+  T *copy = make(core);
+  if (copy == nullptr) return GSLCLE_NO_MEMORY;
+  if (const int st = appendValue(core, attribute, copy); st != GSLCLE_OK) {
+    release(core, copy);
+    return st;
+  }
+  return GSLCLE_OK;
+}
+
+void freeString(gsluctx *core, char *s) { (void)gslumfFree(core, s); }
+
+// The rename fields of a modrdn entry: a copy of one, or a replacement.
+[[nodiscard]] int getRenameField(const gslcClientHandle *ctx, const LDAPEntry *entry,
+                                 char *LDAPEntry::*field, char **out) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || out == nullptr) return GSLCLE_NULL_ARG;
+  *out = nullptr;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  if (entry->*field == nullptr) return GSLCLE_OK;
+  *out = gslussdStrdup(core, entry->*field);
+  return *out != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+}
+
+[[nodiscard]] int setRenameField(const gslcClientHandle *ctx, LDAPEntry *entry,
+                                 char *LDAPEntry::*field, const char *value, bool null_allowed) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || (value == nullptr && !null_allowed)) return GSLCLE_NULL_ARG;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  (void)gslumfFree(core, entry->*field);
+  // Deliberate: a failed copy leaves the field null and still reports
+  // success; readers of the field treat null as "not set".
+  entry->*field = gslussdStrdup(core, value);
+  return GSLCLE_OK;
+}
+
 // The list's release callback for the attributes of an entry.
 int releaseAttribute(gsluctx *core, void *attribute) {
   return gslcledaDestLDAPAttr(core, static_cast<LDAPAttribute *>(attribute));
@@ -222,51 +269,22 @@ int gslclesctSetChangeType(const gslcClientHandle *ctx, LDAPEntry *entry, int ch
 }
 
 int gslclegnGetNewRDN(const gslcClientHandle *ctx, const LDAPEntry *entry, char **new_rdn) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (entry == nullptr || new_rdn == nullptr) return GSLCLE_NULL_ARG;
-  *new_rdn = nullptr;
-  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
-  if (entry->new_rdn == nullptr) return GSLCLE_OK;
-  *new_rdn = gslussdStrdup(core, entry->new_rdn);
-  return *new_rdn != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+  return getRenameField(ctx, entry, &LDAPEntry::new_rdn, new_rdn);
 }
 
 int gslclesnSetNewRDN(const gslcClientHandle *ctx, LDAPEntry *entry, const char *new_rdn) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (entry == nullptr || new_rdn == nullptr) return GSLCLE_NULL_ARG;
-  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
-  (void)gslumfFree(core, entry->new_rdn);
-  // Deliberate: a failed copy leaves the field null and still reports
-  // success; readers of the field treat null as "not set".
-  entry->new_rdn = gslussdStrdup(core, new_rdn);
-  return GSLCLE_OK;
+  return setRenameField(ctx, entry, &LDAPEntry::new_rdn, new_rdn, false);
 }
 
 int gslclegnsGetNewSuperior(const gslcClientHandle *ctx, const LDAPEntry *entry,
                             char **new_superior) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (entry == nullptr || new_superior == nullptr) return GSLCLE_NULL_ARG;
-  *new_superior = nullptr;
-  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
-  if (entry->new_superior == nullptr) return GSLCLE_OK;
-  *new_superior = gslussdStrdup(core, entry->new_superior);
-  return *new_superior != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+  return getRenameField(ctx, entry, &LDAPEntry::new_superior, new_superior);
 }
 
 int gslclesnsSetNewSuperior(const gslcClientHandle *ctx, LDAPEntry *entry,
                             const char *new_superior) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (entry == nullptr) return GSLCLE_NULL_ARG;
-  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
-  (void)gslumfFree(core, entry->new_superior);
-  // Deliberate: unlike the new RDN, null is accepted and clears the field;
-  // a failed copy likewise leaves it null with success reported.
-  entry->new_superior = gslussdStrdup(core, new_superior);
-  return GSLCLE_OK;
+  // Deliberate: unlike the new RDN, null is accepted and clears the field.
+  return setRenameField(ctx, entry, &LDAPEntry::new_superior, new_superior, true);
 }
 
 int gslclegdoGetDeleteOldRdn(const gslcClientHandle *ctx, const LDAPEntry *entry,
@@ -333,30 +351,16 @@ int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute) {
 
 int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
                          const char *value) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (attribute == nullptr || value == nullptr) return GSLCLE_NULL_ARG;
-  if (attribute->value_kind != GSLCLE_VALUES_TEXT) return GSLCLE_NOT_APPLICABLE;
-  Owned<char> copy = copyOf(core, value);
-  if (copy == nullptr) return GSLCLE_NO_MEMORY;
-  if (const int st = appendValue(core, attribute, copy.get()); st != GSLCLE_OK) return st;
-  (void)copy.release();  // the attribute owns it now
-  return GSLCLE_OK;
+  return addCopiedValue<char>(
+      ctx, attribute, value, GSLCLE_VALUES_TEXT,
+      [value](gsluctx *core) { return gslussdStrdup(core, value); }, freeString);
 }
 
 int gslcleabvAddAttrBValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
                            const BERVal *value) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (attribute == nullptr || value == nullptr) return GSLCLE_NULL_ARG;
-  if (attribute->value_kind != GSLCLE_VALUES_BINARY) return GSLCLE_NOT_APPLICABLE;
-  BERVal *copy = gslcleBERValDUP(ctx, value);
-  if (copy == nullptr) return GSLCLE_NO_MEMORY;
-  if (const int st = appendValue(core, attribute, copy); st != GSLCLE_OK) {
-    freeBerval(core, copy);
-    return st;
-  }
-  return GSLCLE_OK;
+  return addCopiedValue<BERVal>(
+      ctx, attribute, value, GSLCLE_VALUES_BINARY,
+      [ctx, value](gsluctx *) { return gslcleBERValDUP(ctx, value); }, freeBerval);
 }
 
 int gslclegatnGetAttrName(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
