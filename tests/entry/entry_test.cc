@@ -72,6 +72,8 @@ const StatusCase kStatusCases[] = {
     {"NoContextAdd", [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); }, GSLCLE_NO_CONTEXT},
 };
 
+void PrintTo(const StatusCase &c, std::ostream *os) { *os << c.name; }
+
 class EntryStatusTest : public ::testing::TestWithParam<StatusCase> {};
 
 TEST_P(EntryStatusTest, ReturnsTheDocumentedStatus) {
