@@ -1,0 +1,423 @@
+// dsml/reader.cc - the DSML v1 reader: five event handlers driving the
+// element state machine of dsml/reader_table.h. Contracts in dsml/reader.h.
+#include "dsml/reader.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "core/context_internal.h"
+#include "core/memory.h"
+#include "dsml/reader_table.h"
+#include "entry/base64.h"
+#include "util/stack.h"
+#include "util/strings.h"
+
+namespace {
+
+using gslu::ContextFree;
+using gslu::Owned;
+using gslxdv::Action;
+using gslxdv::Transition;
+
+// XML attributes the transitions read.
+constexpr const char kDnAttribute[] = "dn";
+constexpr const char kNameAttribute[] = "name";
+constexpr const char kEncodingAttribute[] = "encoding";
+constexpr const char kObjectclassName[] = "objectclass";
+
+const xmlsaxcb kReaderHandlers = {
+    sax_startDocument, sax_endDocument, sax_startElement, sax_endElement, sax_characters, {}};
+
+[[nodiscard]] GslxdvStateMachine *machineOf(void *user) {
+  return static_cast<GslxdvStateMachine *>(user);
+}
+
+[[nodiscard]] bool isSourceKind(uint32_t kind) {
+  return kind == GSLXDV_SOURCE_NOT_READ_512 || kind == GSLXDV_SOURCE_URI ||
+         kind == GSLXDV_SOURCE_NOT_READ_2048 || kind == GSLXDV_SOURCE_NOT_READ_4096;
+}
+
+// The stack exists from the start of a document to its end or failure, so
+// it tells whether a document of this machine is being read.
+[[nodiscard]] bool isReading(const GslxdvStateMachine *machine) {
+  return machine->stack != nullptr;
+}
+
+// The transition for (state, name), or null: the element is then skipped.
+[[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
+  for (const Transition &t : gslxdv::kTransitions) {
+    if (t.state == state && gslusicStrcasecmp(core, t.element, name) == GSLUS_CMP_EQUAL) return &t;
+  }
+  return nullptr;
+}
+
+void releaseText(GslxdvStateMachine *m) {
+  (void)gslumfFree(m->core_context, m->text);
+  m->text = nullptr;
+  m->text_length = 0;
+}
+
+// ---- Opening an element ---------------------------------------------------------
+
+[[nodiscard]] int createEntry(GslxdvStateMachine *m, const xmlattrs *attributes) {
+  const char *dn = gslxGetAttrValue(attributes, kDnAttribute);
+  if (dn == nullptr) return GSLXDV_MISSING_ATTRIBUTE;
+  return gslcleceCreateLDAPEntry(nullptr, dn, &m->entry) == GSLCLE_OK ? GSLXDV_OK : GSLXDV_FAILED;
+}
+
+[[nodiscard]] int createAttribute(GslxdvStateMachine *m, const char *name) {
+  return gslcleclaCreateLDAPAttribute(nullptr, name, GSLCLE_VALUES_BINARY, &m->attribute) ==
+                 GSLCLE_OK
+             ? GSLXDV_OK
+             : GSLXDV_FAILED;
+}
+
+[[nodiscard]] int performAction(GslxdvStateMachine *m, Action action,
+                                const xmlattrs *attributes) {
+  switch (action) {
+    case Action::kNone:
+      return GSLXDV_OK;
+    case Action::kCreateEntry:
+      return createEntry(m, attributes);
+    case Action::kCreateObjectclass:
+      return createAttribute(m, kObjectclassName);
+    case Action::kCreateAttribute: {
+      const char *name = gslxGetAttrValue(attributes, kNameAttribute);
+      return name != nullptr ? createAttribute(m, name) : GSLXDV_MISSING_ATTRIBUTE;
+    }
+    case Action::kMarkBase64:
+      // Deliberate: only ever set here and cleared by the value's first text.
+      // An encoded value with no text leaves the mark for the next text kept
+      // in this document, which is then decoded too.
+      if (gslxGetAttrValue(attributes, kEncodingAttribute) != nullptr) m->base64 = 1;
+      return GSLXDV_OK;
+  }
+  return GSLXDV_OK;
+}
+
+// Pushes record; the stack's push reports success whether or not it added
+// the record, so the size tells.
+[[nodiscard]] int pushRecord(GslxdvStateMachine *m, GslxdvStElem *record) {
+  uint32_t before = 0;
+  uint32_t after = 0;
+  if (gslulstsSize(m->core_context, m->stack, &before) != GSLULS_OK) return GSLXDV_FAILED;
+  (void)gslulstpuPush(m->core_context, m->stack, record);
+  if (gslulstsSize(m->core_context, m->stack, &after) != GSLULS_OK || after != before + 1) {
+    return GSLXDV_FAILED;
+  }
+  return GSLXDV_OK;
+}
+
+// Remembers the current state for the element's close and moves to next,
+// or, without a transition, starts skipping the element. Whatever can fail
+// happens before the machine changes.
+[[nodiscard]] int enterElement(GslxdvStateMachine *m, const Transition *row, const char *name) {
+  gsluctx *core = m->core_context;
+  Owned<GslxdvStElem> record(gslxdv1seStElem(m->state), ContextFree{core});
+  if (record == nullptr) return GSLXDV_NO_MEMORY;
+  Owned<char> skip_name(nullptr, ContextFree{core});
+  if (row == nullptr) {
+    skip_name.reset(gslussdStrdup(core, name));
+    if (skip_name == nullptr) return GSLXDV_NO_MEMORY;
+  }
+  if (const int st = pushRecord(m, record.get()); st != GSLXDV_OK) return st;
+  (void)record.release();  // on the stack now
+  if (row != nullptr) {
+    m->state = row->next;
+    return GSLXDV_OK;
+  }
+  m->state = GSLXDV_STATE_SKIPPING;
+  m->skip_name = skip_name.release();
+  m->skip_depth = 1;
+  return GSLXDV_OK;
+}
+
+// ---- Closing an element -----------------------------------------------------------
+
+[[nodiscard]] int deliverEntry(GslxdvStateMachine *m) {
+  if (m->callback != nullptr && m->entry != nullptr) {
+    // A refusal stops the document with the entry still held; it is
+    // released with the other members when the parse fails.
+    if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) return st;
+  }
+  (void)gslcledeDestroyLDAPEntry(nullptr, m->entry);
+  m->entry = nullptr;
+  return GSLXDV_OK;
+}
+
+[[nodiscard]] int addAttribute(GslxdvStateMachine *m) {
+  if (gslcleaaAddLDAPAttribute(nullptr, m->entry, m->attribute) != GSLCLE_OK) return GSLXDV_FAILED;
+  m->attribute = nullptr;  // the entry owns it
+  return GSLXDV_OK;
+}
+
+// Adds the pending text as a value; without text, a value of length 0.
+[[nodiscard]] int addValue(GslxdvStateMachine *m) {
+  const BERVal value{m->text_length, m->text};
+  if (gslcleabvAddAttrBValue(nullptr, m->attribute, &value) != GSLCLE_OK) return GSLXDV_FAILED;
+  releaseText(m);
+  return GSLXDV_OK;
+}
+
+// The closing action of the element that the current state stands for.
+[[nodiscard]] int closeElement(GslxdvStateMachine *m) {
+  switch (m->state) {
+    case GSLXDV_STATE_ENTRY:
+      return deliverEntry(m);
+    case GSLXDV_STATE_OBJECTCLASS:
+    case GSLXDV_STATE_ATTR:
+      return addAttribute(m);
+    case GSLXDV_STATE_OC_VALUE:
+    case GSLXDV_STATE_VALUE:
+      return addValue(m);
+    default:
+      return GSLXDV_OK;
+  }
+}
+
+// Returns to the state the closing element was opened in.
+[[nodiscard]] int popState(GslxdvStateMachine *m) {
+  void *top = nullptr;
+  if (gslulstpoPop(m->core_context, m->stack, &top) != GSLULS_OK) return GSLXDV_FAILED;
+  auto *record = static_cast<GslxdvStElem *>(top);
+  m->state = record->state;
+  (void)gslxdv1fseFreeStElem(m->core_context, record);
+  return GSLXDV_OK;
+}
+
+// ---- Text ---------------------------------------------------------------------------
+
+// Replaces the length bytes of base64 text in text by the bytes they encode
+// and stores their number in *length.
+[[nodiscard]] int decodeBase64(gsluctx *core, Owned<char> &text, uint32_t *length) {
+  uint32_t clean_length = 0;
+  (void)gsluztvb64cln(text.get(), *length, &clean_length);
+  // Detect and prevent integer overflow: computed in 64 bits; for any 32-bit
+  // length the result stays below 2^32.
+  const uint64_t size = (uint64_t{clean_length} + 3) / 4 * 3 + 1;
+  Owned<char> out(static_cast<char *>(gslummMalloc(core, static_cast<uint32_t>(size))),
+                  ContextFree{core});
+  if (out == nullptr) return GSLXDV_NO_MEMORY;
+  const uint32_t decoded = gsluztvb64d(text.get(), clean_length, out.get());
+  if (decoded == GSLUZTV_B64_MALFORMED) return GSLXDV_BAD_BASE64;
+  text = std::move(out);
+  *length = decoded;
+  return GSLXDV_OK;
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- The reader ---------------------------------------------------------------------
+
+int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c5, void *c6,
+                                 GslxdvParserCtx **handle) {
+  if (handle == nullptr) return GSLXDV_NULL_ARG;
+  gsluctx *core = gslu::resolveContext(nullptr);
+  if (core == nullptr) return GSLXDV_NO_CONTEXT;
+  *handle = nullptr;
+  Owned<GslxdvStateMachine> machine(
+      static_cast<GslxdvStateMachine *>(gslummMalloc(core, sizeof(GslxdvStateMachine))),
+      ContextFree{core});
+  if (machine == nullptr) return GSLXDV_NO_MEMORY;
+  gslxdv1iInitSMachine(machine.get());
+  int xml_status = XMLIF_OK;  // the parser's reason is not reported further
+  xmlctx *xml = xmlinit(&xml_status, c1, c2, c3, &kReaderHandlers, machine.get(), c4, c5, c6);
+  if (xml == nullptr) return GSLXDV_XML_INIT_FAILED;
+  auto *context = static_cast<GslxdvParserCtx *>(gslummMalloc(core, sizeof(GslxdvParserCtx)));
+  if (context == nullptr) {
+    xmlterm(xml);
+    return GSLXDV_NO_MEMORY;
+  }
+  context->xml = xml;
+  context->machine = machine.release();
+  *handle = context;
+  return GSLXDV_OK;
+}
+
+int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
+                      GslxdvEntryCallback callback, void *callback_arg) {
+  if (source == nullptr || handle == nullptr) return GSLXDV_NULL_ARG;
+  const uint32_t source_kind = kind & 0xffffu;  // the code is 16 bits wide
+  if (!isSourceKind(source_kind)) return GSLXDV_UNKNOWN_KIND;
+  GslxdvStateMachine *m = handle->machine;
+  // From an entry callback: releasing the members here would pull the
+  // entry from under the document being read.
+  if (isReading(m)) return GSLXDV_FAILED;
+  m->callback = callback;
+  m->callback_arg = callback_arg;
+  // Deliberate: the other accepted kinds read nothing and succeed.
+  if (source_kind != GSLXDV_SOURCE_URI) return GSLXDV_OK;
+  if (xmlparse(handle->xml, source, nullptr, XMLIF_READER_FLAGS) == XMLIF_OK) return GSLXDV_OK;
+  (void)gslxdv1fsmFreeStateMacMemb(m);
+  return GSLXDV_FAILED;
+}
+
+int32_t gslxdv1cCleanup(GslxdvParserCtx **handle) {
+  if (handle == nullptr || *handle == nullptr) return GSLXDV_NULL_ARG;
+  gsluctx *core = gslu::resolveContext(nullptr);
+  if (core == nullptr) return GSLXDV_NO_CONTEXT;
+  GslxdvParserCtx *context = *handle;
+  if (context->machine != nullptr && isReading(context->machine)) return GSLXDV_FAILED;
+  xmlterm(context->xml);
+  (void)gslxdv1fsmFreeStateMacMemb(context->machine);
+  (void)gslumfFree(core, context->machine);
+  (void)gslumfFree(core, context);
+  *handle = nullptr;
+  return GSLXDV_OK;
+}
+
+// ---- Event handlers ---------------------------------------------------------------
+
+int sax_startDocument(void *machine) {
+  GslxdvStateMachine *m = machineOf(machine);
+  if (m == nullptr) return GSLXDV_NULL_ARG;
+  m->state = GSLXDV_STATE_DOCUMENT;
+  m->skip_depth = 0;
+  m->entry = nullptr;
+  m->attribute = nullptr;
+  m->text = nullptr;
+  m->skip_name = nullptr;
+  m->text_length = 0;
+  m->base64 = 0;
+  // The list reports a failed allocation by a null stack and status 0.
+  if (gslulstcCreateStack(m->core_context, offsetof(GslxdvStElem, next), &m->stack) !=
+          GSLULS_OK ||
+      m->stack == nullptr) {
+    return GSLXDV_FAILED;
+  }
+  return GSLXDV_OK;
+}
+
+int sax_endDocument(void *machine) {
+  GslxdvStateMachine *m = machineOf(machine);
+  if (m == nullptr) return GSLXDV_NULL_ARG;
+  (void)gslxdv1fsmFreeStateMacMemb(m);
+  gslxdv1iInitSMachine(m);
+  m->state = GSLXDV_STATE_ENDED;
+  return GSLXDV_OK;
+}
+
+int sax_startElement(void *machine, const char *name, const xmlattrs *attributes) {
+  GslxdvStateMachine *m = machineOf(machine);
+  if (m == nullptr || name == nullptr) return GSLXDV_NULL_ARG;
+  if (m->skip_depth != 0) {
+    // Detect and prevent integer overflow: the count is 16 bits wide, and a
+    // wrap to 0 would end the skip in the middle of the skipped content.
+    if (m->skip_depth == UINT16_MAX) return GSLXDV_FAILED;
+    ++m->skip_depth;
+    return GSLXDV_OK;
+  }
+  const Transition *row = findTransition(m->core_context, m->state, name);
+  if (row != nullptr) {
+    if (const int st = performAction(m, row->action, attributes); st != GSLXDV_OK) return st;
+  }
+  return enterElement(m, row, name);
+}
+
+int sax_endElement(void *machine, const char *name) {
+  GslxdvStateMachine *m = machineOf(machine);
+  if (m == nullptr || name == nullptr) return GSLXDV_NULL_ARG;
+  if (m->state == GSLXDV_STATE_SKIPPING) {
+    if (m->skip_depth > 0) --m->skip_depth;
+    if (gslusicStrcasecmp(m->core_context, name, m->skip_name) != GSLUS_CMP_EQUAL) {
+      return GSLXDV_OK;  // still inside the skipped element
+    }
+    // Deliberate: the skip ends at the first closing tag of the skipped
+    // element's name, whatever the depth, and the count is not reset. A
+    // skipped element holding one of its own name thus ends the skip early
+    // and leaves the count above zero: from then on start tags are only
+    // counted and closing tags pop states, until the document ends or runs
+    // out of states to pop.
+    (void)gslumfFree(m->core_context, m->skip_name);
+    m->skip_name = nullptr;
+  } else if (const int st = closeElement(m); st != GSLXDV_OK) {
+    return st;
+  }
+  return popState(m);
+}
+
+int sax_characters(void *machine, const char *bytes, uint32_t length) {
+  GslxdvStateMachine *m = machineOf(machine);
+  if (m == nullptr) return GSLXDV_NULL_ARG;
+  if (m->state != GSLXDV_STATE_OC_VALUE && m->state != GSLXDV_STATE_VALUE) return GSLXDV_OK;
+  if (bytes == nullptr) return GSLXDV_NULL_ARG;
+  // Each piece replaces the pending one: of a value given in several pieces
+  // only the last is kept.
+  releaseText(m);
+  // Detect and prevent integer overflow: room for the NUL must fit 32 bits.
+  if (length == UINT32_MAX) return GSLXDV_NO_MEMORY;
+  gsluctx *core = m->core_context;
+  Owned<char> text(static_cast<char *>(gslummMalloc(core, length + 1)), ContextFree{core});
+  if (text == nullptr) return GSLXDV_NO_MEMORY;
+  // The copy stops at a NUL byte (and pads with NULs), while the recorded
+  // length stays the full length.
+  (void)gslussnStrncpy(core, text.get(), bytes, length);
+  text.get()[length] = '\0';  // the cleaner reads up to it
+  uint32_t text_length = length;
+  if (m->base64 != 0) {
+    if (const int st = decodeBase64(core, text, &text_length); st != GSLXDV_OK) return st;
+  }
+  text.get()[text_length] = '\0';
+  m->text = text.release();
+  m->text_length = text_length;
+  // Deliberate: the mark is cleared after the first piece, so a later piece
+  // of the same value is kept as it stands, undecoded.
+  m->base64 = 0;
+  return GSLXDV_OK;
+}
+
+// ---- Helpers --------------------------------------------------------------------------
+
+void gslxdv1iInitSMachine(GslxdvStateMachine *machine) {
+  if (machine == nullptr) return;
+  *machine = GslxdvStateMachine{};
+  machine->state = GSLXDV_STATE_SKIPPING;
+  machine->core_context = gslu::resolveContext(nullptr);
+}
+
+int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine) {
+  if (machine == nullptr) return GSLXDV_NULL_ARG;
+  gsluctx *core = machine->core_context;
+  if (machine->entry != nullptr) (void)gslcledeDestroyLDAPEntry(nullptr, machine->entry);
+  if (machine->attribute != nullptr) gslcledaDestroyLDAPAttribute(nullptr, machine->attribute);
+  if (machine->stack != nullptr) {
+    (void)gsluldstDestroyStack(core, machine->stack, gslxdv1fseFreeStElem);
+  }
+  releaseText(machine);
+  (void)gslumfFree(core, machine->skip_name);
+  machine->entry = nullptr;
+  machine->attribute = nullptr;
+  machine->stack = nullptr;
+  machine->skip_name = nullptr;
+  return GSLXDV_OK;
+}
+
+GslxdvStElem *gslxdv1seStElem(uint16_t state) {
+  auto *record = static_cast<GslxdvStElem *>(gslummMalloc(nullptr, sizeof(GslxdvStElem)));
+  if (record == nullptr) return nullptr;
+  record->state = state;
+  record->next = nullptr;
+  return record;
+}
+
+int gslxdv1fseFreeStElem(gsluctx *core_context, void *record) {
+  if (record == nullptr) return GSLXDV_NULL_ARG;
+  (void)gslumfFree(core_context, record);
+  return GSLXDV_OK;
+}
+
+const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {
+  const uint32_t count = numAttributes(attributes);
+  for (uint32_t i = 0; i < count; ++i) {
+    const xmlattr *attribute = getAttributeIndex(attributes, i);
+    if (gslusicStrcasecmp(nullptr, getAttrLocal(attribute), name) == GSLUS_CMP_EQUAL) {
+      return getAttrValue(attribute);
+    }
+  }
+  return nullptr;
+}
+
+}  // extern "C"

@@ -1,0 +1,413 @@
+// Tests of dsml/reader.h: real documents read through expat in chunks of 1,
+// 2, 7 and 4096 bytes (every outcome must agree), the transition table, the
+// kept oddities, the handlers' failure paths and allocation failures.
+#include "dsml/reader.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "dsml/reader_table.h"
+#include "tests/support/failing_allocator.h"
+#include "tests/support/test_support.h"
+
+namespace {
+
+constexpr size_t kChunkSizes[] = {1, 2, 7, 4096};
+constexpr size_t kNever = SIZE_MAX;
+constexpr int32_t kRefusal = 77;
+
+// Each entry as its DN, then per attribute "|name=" and its values joined
+// by ",".
+using Entries = std::vector<std::string>;
+
+struct Recorder {
+  Entries entries;
+  size_t refuse = kNever;  // number (from 0) of the entry to refuse
+  std::function<void()> on_entry;
+};
+
+int32_t recordEntry(LDAPEntry *entry, void *arg) {
+  auto *r = static_cast<Recorder *>(arg);
+  if (r->on_entry) r->on_entry();
+  std::string out = entry->dn;
+  for (auto *a = static_cast<LDAPAttribute *>(entry->attributes ? entry->attributes->head : nullptr);
+       a != nullptr; a = static_cast<LDAPAttribute *>(a->next)) {
+    out += std::string("|") + a->name + "=";
+    for (uint32_t i = 0; i < a->count; ++i) {
+      const auto *v = static_cast<const BERVal *>(a->values[i]);
+      if (i > 0) out += ',';
+      if (v->length > 0) out.append(v->bytes, v->length);
+    }
+  }
+  r->entries.push_back(out);
+  return r->entries.size() - 1 == r->refuse ? kRefusal : GSLXDV_OK;
+}
+
+struct Outcome {
+  int32_t status;
+  Entries entries;
+  bool operator==(const Outcome &) const = default;
+};
+
+void PrintTo(const Outcome &o, std::ostream *os) {
+  *os << "status " << o.status << ", entries:";
+  for (const std::string &e : o.entries) *os << " [" << e << "]";
+}
+
+// One parser context fed with temporary documents.
+struct Reader {
+  Reader() { EXPECT_EQ(gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ctx), 0); }
+  ~Reader() {
+    if (ctx != nullptr) {
+      EXPECT_EQ(gslxdv1cCleanup(&ctx), GSLXDV_OK);
+    }
+    xmlSetChunkSizeForTesting(0);
+  }
+  Outcome parse(const std::string &path, uint32_t kind = GSLXDV_SOURCE_URI) {
+    recorder.entries.clear();
+    const int32_t st = gslxdv1pParse(path.c_str(), kind, ctx, recordEntry, &recorder);
+    return {st, recorder.entries};
+  }
+  // The outcome of the document, which must not depend on the chunk size.
+  Outcome parseInChunks(const std::string &document) {
+    const std::string path = dir.write("doc.dsml", document);
+    std::vector<Outcome> outcomes;
+    for (size_t chunk : kChunkSizes) {
+      xmlSetChunkSizeForTesting(chunk);
+      outcomes.push_back(parse(path));
+      EXPECT_EQ(outcomes.back(), outcomes.front()) << "chunk size " << chunk;
+    }
+    return outcomes.front();
+  }
+  qtest::TempDir dir;
+  Recorder recorder;
+  GslxdvParserCtx *ctx = nullptr;
+};
+
+std::string inEntries(const std::string &content) {
+  return "<dsml><directory-entries>" + content + "</directory-entries></dsml>";
+}
+// Attributes of one entry "cn=a".
+std::string inEntry(const std::string &content) {
+  return inEntries("<entry dn=\"cn=a\">" + content + "</entry>");
+}
+
+const std::string kAnnLee = inEntries(
+    "<entry dn=\"cn=Ann Lee,o=ex\"><objectclass><oc-value>person</oc-value><oc-value>top</oc-value>"
+    "</objectclass><attr name=\"cn\"><value>Ann Lee</value></attr></entry>");
+const Outcome kAnnLeeOutcome = {GSLXDV_OK, {"cn=Ann Lee,o=ex|objectclass=person,top|cn=Ann Lee"}};
+const std::string kBytes("\0\1\2\xff", 4);
+
+struct DocumentCase {
+  const char *name;
+  std::string document;
+  Outcome outcome;
+};
+
+void PrintTo(const DocumentCase &c, std::ostream *os) { *os << c.name; }
+
+const DocumentCase kDocuments[] = {
+    {"OneEntry", "<?xml version=\"1.0\"?>" + kAnnLee, kAnnLeeOutcome},
+    {"Prefixed",
+     "<dsml:dsml xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:directory-entries><dsml:entry dsml:dn=\"cn=x\">"
+     "<dsml:attr dsml:name=\"sn\"><dsml:value>X</dsml:value></dsml:attr></dsml:entry></dsml:directory-entries>"
+     "</dsml:dsml>",
+     {GSLXDV_OK, {"cn=x|sn=X"}}},
+    {"AnyLetterCase",
+     "<DSML><Directory-Entries><ENTRY DN=\"cn=x\"><ObjectClass><OC-Value>top</OC-Value></ObjectClass>"
+     "<Attr NAME=\"mail\"><VALUE Encoding=\"b64\">YUBi</VALUE></Attr></ENTRY></Directory-Entries></DSML>",
+     {GSLXDV_OK, {"cn=x|objectclass=top|mail=a@b"}}},
+    {"ValuesKeptExactlyInDocumentOrder",
+     inEntries("<entry dn=\"cn=a\">x<attr name=\"d\"> <value> a&amp;b&#x41;<![CDATA[<c>]]>d<!--x-->\n</value><value/>"
+               "<value>\xc3\xa9</value></attr><objectclass><oc-value/></objectclass><attr name=\"e\"/></entry>"
+               "<entry dn=\"\"/>"),
+     {GSLXDV_OK, {"cn=a|d= a&bA<c>d\n,,\xc3\xa9|objectclass=|e=", ""}}},
+    {"Base64Values",
+     inEntry("<attr name=\"d\"><value encoding=\"base64\">QW5u\n IExl ZQ==</value><value encoding=\"\">AAEC/w==</value>"
+             "<value>QW5u</value></attr><objectclass><oc-value encoding=\"base64\">dG9w</oc-value></objectclass>"),
+     {GSLXDV_OK, {"cn=a|d=Ann Lee," + kBytes + ",QW5u|objectclass=dG9w"}}},
+    {"SchemaAndUnknownElementsYieldNothing",
+     "<dsml><directory-schema><class id=\"p\"><name>person</name><description>d</description>"
+     "<object-identifier>2.5.6.6</object-identifier><attribute ref=\"#cn\"/><other>x</other></class>"
+     "<attribute-type id=\"cn\"><name>cn</name><syntax>1.3</syntax><equality>e</equality><ordering>o</ordering>"
+     "<substring>s</substring></attribute-type></directory-schema><extra><entry dn=\"cn=no\"/></extra>"
+     "<entry dn=\"cn=no\"/><directory-entries><entry dn=\"cn=a\"><description><attr name=\"no\"/></description>"
+     "<attr name=\"d\"><junk>no</junk><value>v</value></attr></entry><extra/></directory-entries></dsml>",
+     {GSLXDV_OK, {"cn=a|d=v"}}},
+    {"MissingDnFails", inEntries("<entry dn=\"cn=a\"/><entry name=\"cn=b\"/><entry dn=\"cn=c\"/>"),
+     {GSLXDV_FAILED, {"cn=a"}}},
+    {"MissingAttrNameFails", inEntry("<attr><value>v</value></attr>"), {GSLXDV_FAILED, {}}},
+    {"EmptyAttrNameFails", inEntry("<attr name=\"\"/>"), {GSLXDV_FAILED, {}}},
+    {"UndecodableBase64Fails",
+     inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"><attr name=\"d\"><value encoding=\"x\">!!!</value></attr></entry>"),
+     {GSLXDV_FAILED, {"cn=a"}}},
+    {"MalformedXmlFailsAfterTheEntriesBeforeIt",
+     inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"/><entry dn=\"cn=c\"><attr name=\"d\"></entry>"),
+     {GSLXDV_FAILED, {"cn=a", "cn=b"}}},
+    // Kept oddities. Of a value in pieces only the last is kept, and only the
+    // first is decoded.
+    {"Base64MarkIsClearedAfterTheFirstPiece",
+     inEntry("<attr name=\"d\"><value encoding=\"b\">QUJD<x/>REVG</value><value>a<y/>b<z>c</z>d</value></attr>"),
+     {GSLXDV_OK, {"cn=a|d=REVG,d"}}},
+    {"EmptyEncodedValueLeavesTheMarkForTheNextText",
+     inEntry("<attr name=\"d\"><value encoding=\"b\"/><value>QUJD</value><value>QUJD</value></attr>"),
+     {GSLXDV_OK, {"cn=a|d=,ABC,QUJD"}}},
+    // The skip of x ends at the inner </X>; the outer </x> then closes the
+    // entry early, and the closing tags after it pop states until none is left.
+    {"SkipEndsEarlyAtANestedElementOfTheSameName",
+     inEntries("<entry dn=\"cn=a\"><x><X/></x><attr name=\"cn\"><value>v</value></attr></entry><entry dn=\"cn=b\"/>"),
+     {GSLXDV_FAILED, {"cn=a"}}},
+};
+
+class ReaderDocumentTest : public ::testing::TestWithParam<DocumentCase> {};
+
+TEST_P(ReaderDocumentTest, GivesTheSameEntriesForEveryChunkSize) {
+  Reader reader;
+  EXPECT_EQ(reader.parseInChunks(GetParam().document), GetParam().outcome);
+  EXPECT_EQ(reader.parseInChunks(kAnnLee), kAnnLeeOutcome);  // the context goes on
+}
+
+INSTANTIATE_TEST_SUITE_P(Documents, ReaderDocumentTest, ::testing::ValuesIn(kDocuments),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(ReaderApiTest, OnlyTheUriKindReads) {
+  Reader reader;
+  const std::string path = reader.dir.write("doc.dsml", kAnnLee);
+  EXPECT_EQ(reader.parse(path, GSLXDV_SOURCE_URI + 0x10000), kAnnLeeOutcome);  // low 16 bits only
+  for (uint32_t kind : {GSLXDV_SOURCE_NOT_READ_512, GSLXDV_SOURCE_NOT_READ_2048, GSLXDV_SOURCE_NOT_READ_4096}) {
+    EXPECT_EQ(reader.parse(path, kind), (Outcome{GSLXDV_OK, {}})) << kind;
+  }
+  EXPECT_EQ(reader.parse(path, 8), (Outcome{GSLXDV_UNKNOWN_KIND, {}}));
+  EXPECT_EQ(reader.parse("/nonexistent.dsml"), (Outcome{GSLXDV_FAILED, {}}));
+  EXPECT_EQ(gslxdv1pParse(nullptr, GSLXDV_SOURCE_URI, reader.ctx, nullptr, nullptr), GSLXDV_NULL_ARG);
+  EXPECT_EQ(gslxdv1pParse("x", 8, nullptr, nullptr, nullptr), GSLXDV_NULL_ARG);
+}
+
+// Refusing each entry in turn stops the document right there.
+TEST(ReaderApiTest, CallbackRefusalStopsTheDocument) {
+  Reader reader;
+  const Entries all = {"cn=a", "cn=b", "cn=c"};
+  for (reader.recorder.refuse = 0; reader.recorder.refuse < all.size(); ++reader.recorder.refuse) {
+    EXPECT_EQ(reader.parseInChunks(inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"/><entry dn=\"cn=c\"/>")),
+              (Outcome{GSLXDV_FAILED, Entries(all.begin(), all.begin() + reader.recorder.refuse + 1)}));
+  }
+}
+
+// Starting a document or cleaning up from the callback of the context that
+// is reading is refused, and the document being read goes on unharmed.
+TEST(ReaderApiTest, ParseAndCleanupAreRefusedFromTheCallback) {
+  Reader reader;
+  std::vector<int32_t> inner;
+  reader.recorder.on_entry = [&] {
+    inner.push_back(gslxdv1pParse("x", GSLXDV_SOURCE_NOT_READ_512, reader.ctx, nullptr, nullptr));
+    inner.push_back(gslxdv1cCleanup(&reader.ctx));
+  };
+  EXPECT_EQ(reader.parseInChunks(kAnnLee), kAnnLeeOutcome);
+  EXPECT_EQ(inner, std::vector<int32_t>(2 * std::size(kChunkSizes), GSLXDV_FAILED));
+}
+
+// The fuzzer's seeds: a control byte, then a document that every chunk size
+// reads alike, to its end or to a clean failure.
+TEST(ReaderApiTest, FuzzSeedsReadAlikeInEveryChunkSize) {
+  Reader reader;
+  size_t seeds = 0;
+  for (const auto &seed : std::filesystem::directory_iterator(QUILLOMAT_SOURCE_DIR "/fuzz/corpus/reader")) {
+    std::ifstream in(seed.path(), std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const Outcome o = reader.parseInChunks(bytes.substr(1));
+    EXPECT_TRUE(o.status == GSLXDV_OK || o.status == GSLXDV_FAILED) << seed.path();
+    ++seeds;
+  }
+  EXPECT_GE(seeds, 4u);
+}
+
+// ---- The machine, event by event -------------------------------------------------
+
+struct Machine {
+  Machine() {
+    gslxdv1iInitSMachine(&m);
+    EXPECT_EQ(sax_startDocument(&m), GSLXDV_OK);
+  }
+  ~Machine() { EXPECT_EQ(gslxdv1fsmFreeStateMacMemb(&m), GSLXDV_OK); }
+  GslxdvStateMachine m{};
+};
+
+std::string upper(std::string s) {
+  for (char &c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return s;
+}
+
+// Every element of the table, opened in every state, moves where its row
+// says (rows that need an XML attribute fail with 3 instead) and is skipped
+// where it has none; closing it returns to the state it opened in. An entry
+// and an attribute are at hand for the closing actions.
+TEST(ReaderMachineTest, EveryElementMovesOnlyWhereTheTableSays) {
+  for (const gslxdv::Transition &t : gslxdv::kTransitions) {
+    for (uint16_t state = GSLXDV_STATE_DOCUMENT; state <= GSLXDV_STATE_SUBSTRING; ++state) {
+      const gslxdv::Transition *row = nullptr;
+      for (const gslxdv::Transition &r : gslxdv::kTransitions) {
+        if (r.state == state && std::strcmp(r.element, t.element) == 0) row = &r;
+      }
+      const gslxdv::Action action = row != nullptr ? row->action : gslxdv::Action::kNone;
+      Machine machine;
+      GslxdvStateMachine &m = machine.m;
+      m.state = state;
+      ASSERT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a", &m.entry), GSLCLE_OK);
+      if (action != gslxdv::Action::kCreateObjectclass) {
+        ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "a", GSLCLE_VALUES_BINARY, &m.attribute), GSLCLE_OK);
+      }
+      const int st = sax_startElement(&m, upper(t.element).c_str(), nullptr);
+      if (action == gslxdv::Action::kCreateEntry || action == gslxdv::Action::kCreateAttribute) {
+        EXPECT_EQ(st, GSLXDV_MISSING_ATTRIBUTE) << t.element << " in " << state;
+        EXPECT_EQ(m.state, state);
+        continue;
+      }
+      ASSERT_EQ(st, GSLXDV_OK) << t.element << " in " << state;
+      EXPECT_EQ(m.state, row != nullptr ? row->next : uint16_t{GSLXDV_STATE_SKIPPING}) << t.element << " in " << state;
+      EXPECT_EQ(sax_endElement(&m, t.element), GSLXDV_OK) << t.element << " in " << state;
+      EXPECT_EQ(m.state, state);
+    }
+  }
+}
+
+TEST(ReaderMachineTest, EmptyStackAndSkipCountLimitFail) {
+  Machine machine;
+  GslxdvStateMachine &m = machine.m;
+  EXPECT_EQ(sax_endElement(&m, "dsml"), GSLXDV_FAILED);  // nothing to pop
+  EXPECT_EQ(m.state, GSLXDV_STATE_DOCUMENT);
+  ASSERT_EQ(sax_startElement(&m, "x", nullptr), GSLXDV_OK);
+  m.skip_depth = UINT16_MAX;
+  EXPECT_EQ(sax_startElement(&m, "y", nullptr), GSLXDV_FAILED);  // rather than wrap to 0
+  EXPECT_EQ(m.skip_depth, UINT16_MAX);
+}
+
+TEST(ReaderMachineTest, TextCopyStopsAtANulByteButKeepsTheLength) {
+  Machine machine;
+  machine.m.state = GSLXDV_STATE_VALUE;
+  ASSERT_EQ(sax_characters(&machine.m, "a\0b", 3), GSLXDV_OK);
+  ASSERT_EQ(machine.m.text_length, 3u);
+  EXPECT_EQ(std::string(machine.m.text, 4), std::string("a\0\0\0", 4));
+}
+
+struct TextFailureCase {
+  const char *text;
+  size_t allocations;  // allowed before the failure
+  int status;
+};
+
+// The pending text is released first and nothing refers to it afterwards,
+// so the release of the members after a failed document cannot free it
+// twice.
+TEST(ReaderMachineTest, TextFailureLeavesNoTextBehind) {
+  const TextFailureCase cases[] = {{"QUJD", 0, GSLXDV_NO_MEMORY},
+                                   {"QUJD", 1, GSLXDV_NO_MEMORY},  // the decoding buffer
+                                   {"!!!", qtest::FailingAllocator::kUnlimited, GSLXDV_BAD_BASE64},
+                                   {" \n", qtest::FailingAllocator::kUnlimited, GSLXDV_BAD_BASE64}};
+  for (const TextFailureCase &c : cases) {
+    Machine machine;
+    GslxdvStateMachine &m = machine.m;
+    m.state = GSLXDV_STATE_VALUE;
+    qtest::FailingAllocator allocator;
+    ASSERT_EQ(sax_characters(&m, "old", 3), GSLXDV_OK);
+    m.base64 = 1;
+    allocator.failAfter(c.allocations);
+    EXPECT_EQ(sax_characters(&m, c.text, std::strlen(c.text)), c.status) << c.text;
+    EXPECT_EQ(m.text, nullptr);
+    EXPECT_EQ(m.text_length, 0u);
+    EXPECT_EQ(allocator.live(), 0) << c.text;  // "old" released, nothing new kept
+  }
+}
+
+// A record that cannot be allocated, or a push that adds nothing, fails the
+// start tag before the machine changes, and leaves nothing allocated.
+TEST(ReaderMachineTest, StackFailuresChangeNothing) {
+  Machine machine;
+  GslxdvStateMachine &m = machine.m;
+  GslulsList *const stack = m.stack;
+  qtest::FailingAllocator allocator;
+  const std::pair<size_t, int> failures[] = {{0, GSLXDV_NO_MEMORY}, {1, GSLXDV_NO_MEMORY},
+                                             {qtest::FailingAllocator::kUnlimited, GSLXDV_FAILED}};
+  for (const auto &[allocations, status] : failures) {
+    if (status == GSLXDV_FAILED) m.stack = nullptr;  // the push silently adds nothing
+    allocator.failAfter(allocations);
+    if (allocations != 1) {
+      EXPECT_EQ(sax_startElement(&m, "dsml", nullptr), status);  // a record
+    }
+    allocator.failAfter(allocations);
+    EXPECT_EQ(sax_startElement(&m, "unknown", nullptr), status);  // a record and the name
+    EXPECT_EQ(m.skip_name, nullptr);
+    EXPECT_EQ(m.state, GSLXDV_STATE_DOCUMENT);
+    EXPECT_EQ(allocator.live(), 0);
+    EXPECT_EQ(stack->count, 0u);
+  }
+  m.stack = stack;
+}
+
+// ---- Allocation failures over whole documents ----------------------------------------
+
+const std::string kSample =
+    "<dsml:dsml xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:directory-schema><class><name>p</name></class>"
+    "</dsml:directory-schema><dsml:directory-entries><entry dn=\"cn=b\"><objectclass><oc-value>top</oc-value>"
+    "</objectclass><attr name=\"jpegPhoto\"><value encoding=\"base64\">AAEC/w==</value></attr><comment><attr "
+    "name=\"x\"/></comment><attr name=\"mail\"><value>b@ex</value><value>c@ex</value></attr></entry>"
+    "<entry dn=\"cn=c\"/></dsml:directory-entries></dsml:dsml>";
+const Outcome kSampleOutcome = {GSLXDV_OK, {"cn=b|objectclass=top|jpegPhoto=" + kBytes + "|mail=b@ex,c@ex", "cn=c"}};
+
+// Fails the Nth allocation for N = 0, 1, ... until the document is read
+// whole: every failing run reports 2, keeps nothing, and leaves the context
+// able to read the whole document.
+class ReaderAllocationTest : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(ReaderAllocationTest, EveryFailureIsReportedAndTheContextRecovers) {
+  Reader reader;
+  const std::string path = reader.dir.write("doc.dsml", kSample);
+  xmlSetChunkSizeForTesting(GetParam());
+  qtest::FailingAllocator allocator;
+  ASSERT_EQ(reader.parse(path), kSampleOutcome);  // the parser's buffers grow once
+  const long baseline = allocator.live();
+  size_t n = 0;
+  for (Outcome o{GSLXDV_FAILED, {}}; o.status != GSLXDV_OK; ++n) {
+    ASSERT_LT(n, 10000u);
+    allocator.failAfter(n);
+    o = reader.parse(path);
+    allocator.failAfter(qtest::FailingAllocator::kUnlimited);
+    EXPECT_EQ(allocator.live(), baseline) << "allocation " << n;
+    if (o.status == GSLXDV_OK) {
+      EXPECT_EQ(o, kSampleOutcome);
+    } else {
+      EXPECT_EQ(o.status, GSLXDV_FAILED) << "allocation " << n;
+      EXPECT_EQ(reader.parse(path), kSampleOutcome) << "allocation " << n;
+    }
+  }
+  EXPECT_GT(n, 40u);  // the sweep reached through expat, the machine and the entry model
+}
+
+INSTANTIATE_TEST_SUITE_P(AllChunkSizes, ReaderAllocationTest, ::testing::ValuesIn(kChunkSizes));
+
+TEST(ReaderCreateTest, EveryAllocationFailureIsReportedAndLeavesNothing) {
+  qtest::FailingAllocator allocator;
+  int32_t st = GSLXDV_NO_MEMORY;
+  for (size_t n = 0; st != GSLXDV_OK; ++n) {
+    ASSERT_LT(n, 100u);
+    allocator.failAfter(n);
+    GslxdvParserCtx *ctx = nullptr;
+    st = gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ctx);
+    // The parser instance's own allocation failing shows as 1.
+    EXPECT_TRUE(st == GSLXDV_OK || st == GSLXDV_NO_MEMORY || st == GSLXDV_XML_INIT_FAILED) << st;
+    EXPECT_EQ(ctx == nullptr, st != GSLXDV_OK);
+    if (ctx != nullptr) {
+      EXPECT_EQ(gslxdv1cCleanup(&ctx), GSLXDV_OK);
+    }
+    EXPECT_EQ(allocator.live(), 0) << "allocation " << n;
+  }
+}
+
+}  // namespace

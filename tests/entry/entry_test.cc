@@ -1,0 +1,223 @@
+// Tests of entry/entry.h: status codes and the order of their checks, the
+// growth of the values array, ownership, case-insensitive lookup, the
+// counted-string helpers and allocation failures.
+#include "entry/entry.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/failing_allocator.h"
+
+namespace {
+
+// A handle with an allocator but no core context: no context can be had.
+const gsluMemCallbacks kSomeTable = {};
+const gslcClientHandle kNoContext = {nullptr, &kSomeTable, nullptr};
+const BERVal kAb = {2, const_cast<char *>("ab")};
+
+// An entry and one attribute of each kind, not yet added to it.
+struct World {
+  LDAPEntry *entry = nullptr;
+  LDAPAttribute *text = nullptr;    // kind 0, "cn"
+  LDAPAttribute *binary = nullptr;  // kind 128, "photo"
+  World() {
+    EXPECT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a", &entry), GSLCLE_OK);
+    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "cn", GSLCLE_VALUES_TEXT, &text), GSLCLE_OK);
+    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "photo", GSLCLE_VALUES_BINARY, &binary), GSLCLE_OK);
+  }
+  ~World() {
+    gslcledeDestroyLDAPEntry(nullptr, entry);
+    gslcledaDestroyLDAPAttribute(nullptr, text);
+    gslcledaDestroyLDAPAttribute(nullptr, binary);
+  }
+  // Hands attribute over to the entry when accepted.
+  int add(LDAPAttribute *&attribute) {
+    const int st = gslcleaaAddLDAPAttribute(nullptr, entry, attribute);
+    if (st == GSLCLE_OK) attribute = nullptr;
+    return st;
+  }
+  int type(int t) { return gslclesctSetChangeType(nullptr, entry, t); }
+};
+
+struct StatusCase {
+  const char *name;
+  std::function<int(World &)> op;
+  int status;
+};
+
+const StatusCase kStatusCases[] = {
+    {"NullDn", [](World &) { LDAPEntry *e; return gslcleceCreateLDAPEntry(nullptr, nullptr, &e); }, GSLCLE_NULL_ARG},
+    {"ChangeTypeZero", [](World &w) { return w.type(0); }, GSLCLE_BAD_CHANGE_TYPE},
+    {"AttrChangeTypeFour", [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 4); }, GSLCLE_BAD_CHANGE_TYPE},
+    {"AttrChangeTypeEight", [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 8); }, GSLCLE_BAD_CHANGE_TYPE},
+    {"AddToDeleteEntry", [](World &w) { w.type(GSLCLE_CHANGE_DELETE); return w.add(w.text); }, GSLCLE_NOT_APPLICABLE},
+    {"AddToModrdnEntry", [](World &w) { w.type(GSLCLE_CHANGE_MODRDN); return w.add(w.text); }, GSLCLE_NOT_APPLICABLE},
+    {"AddToModifyEntry", [](World &w) { w.type(GSLCLE_CHANGE_MODIFY); return w.add(w.text); }, GSLCLE_OK},
+    {"KindOne", [](World &) { LDAPAttribute *a; return gslcleclaCreateLDAPAttribute(nullptr, "", 1, &a); }, GSLCLE_BAD_VALUE_KIND},
+    {"EmptyName", [](World &) { LDAPAttribute *a; return gslcleclaCreateLDAPAttribute(nullptr, "", 128, &a); }, GSLCLE_EMPTY_NAME},
+    {"StringToKind128", [](World &w) { return gslcleavAddAttrValue(nullptr, w.binary, "v"); }, GSLCLE_NOT_APPLICABLE},
+    {"BerValToKind0", [](World &w) { return gslcleabvAddAttrBValue(nullptr, w.text, &kAb); }, GSLCLE_NOT_APPLICABLE},
+    {"StringsOfKind128", [](World &w) { char **v; return gslclegavGetAttrValues(nullptr, w.binary, &v); }, GSLCLE_NOT_APPLICABLE},
+    {"NewRdnOfAddEntry", [](World &w) { char *s; return gslclegnGetNewRDN(nullptr, w.entry, &s); }, GSLCLE_NOT_APPLICABLE},
+    {"NullNewRdnBeforeType", [](World &w) { return gslclesnSetNewRDN(nullptr, w.entry, nullptr); }, GSLCLE_NULL_ARG},
+    {"NullSuperiorAccepted", [](World &w) { w.type(GSLCLE_CHANGE_MODRDN); return gslclesnsSetNewSuperior(nullptr, w.entry, nullptr); }, GSLCLE_OK},
+    {"OldRdnOfModifyEntry", [](World &w) { w.type(GSLCLE_CHANGE_MODIFY); return gslclesdoSetDeleteOldRdn(nullptr, w.entry, 1); }, GSLCLE_NOT_APPLICABLE},
+    {"DestAttrNull", [](World &) { return gslcledaDestLDAPAttr(nullptr, nullptr); }, GSLCLE_NULL_ARG},
+    {"CompareNull", [](World &w) { return gslcleAttrNameCmpCBF(nullptr, w.text, nullptr); }, GSLCLE_CMP_NULL_ARG},
+    // Without a core context nothing else is looked at.
+    {"NoContextCreate", [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, nullptr, nullptr); }, GSLCLE_NO_CONTEXT},
+    {"NoContextAdd", [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); }, GSLCLE_NO_CONTEXT},
+};
+
+void PrintTo(const StatusCase &c, std::ostream *os) { *os << c.name; }
+
+class EntryStatusTest : public ::testing::TestWithParam<StatusCase> {};
+
+TEST_P(EntryStatusTest, ReturnsTheDocumentedStatus) {
+  World w;
+  EXPECT_EQ(GetParam().op(w), GetParam().status);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rules, EntryStatusTest, ::testing::ValuesIn(kStatusCases),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(EntryTest, ChangeTypeBecomesExplicitOnlyWhenSet) {
+  World w;
+  EXPECT_EQ(w.entry->change_type, GSLCLE_CHANGE_ADD);
+  EXPECT_EQ(w.text->change_type, GSLCLE_ATTR_ADD);
+  EXPECT_EQ(w.type(9), GSLCLE_BAD_CHANGE_TYPE);
+  EXPECT_EQ(w.entry->explicit_change_type, 0);
+  EXPECT_EQ(w.type(GSLCLE_CHANGE_ADD), GSLCLE_OK);
+  EXPECT_EQ(w.entry->explicit_change_type, 1);
+}
+
+// The getter hands out a copy; a setter whose copy fails keeps null and
+// still reports success, where a getter says it failed.
+TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
+  World w;
+  ASSERT_EQ(w.type(GSLCLE_CHANGE_MODRDN), GSLCLE_OK);
+  ASSERT_EQ(gslclesnSetNewRDN(nullptr, w.entry, "cn=b"), GSLCLE_OK);
+  char *rdn = nullptr;
+  ASSERT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);
+  EXPECT_STREQ(rdn, "cn=b");
+  gslumfFree(nullptr, rdn);
+  qtest::FailingAllocator allocator;
+  allocator.failAfter(0);
+  EXPECT_EQ(gslclesnSetNewRDN(nullptr, w.entry, "cn=c"), GSLCLE_OK);
+  EXPECT_EQ(w.entry->new_rdn, nullptr);
+  EXPECT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);  // null: nothing to copy
+  EXPECT_EQ(gslclegdGetDN(nullptr, w.entry, &rdn), GSLCLE_NO_MEMORY);
+}
+
+// Attributes keep insertion order even after a reader moved the list's
+// cursor; lookups ignore case and point into the entry.
+TEST(EntryTest, AttributesKeepOrderAndAreFoundIgnoringCase) {
+  World w;
+  LDAPAttribute *found = nullptr;
+  ASSERT_EQ(gslcleganGetAttributeByName(nullptr, w.entry, "cn", &found), GSLCLE_OK);
+  EXPECT_EQ(found, nullptr);  // no attribute list yet
+  LDAPAttribute *const text = w.text;
+  ASSERT_EQ(w.add(w.text), GSLCLE_OK);
+  void *first = nullptr;
+  ASSERT_EQ(gslulsgeGetElementAt(nullptr, w.entry->attributes, 1, 1, &first), GSLULS_OK);
+  ASSERT_EQ(w.add(w.binary), GSLCLE_OK);
+  EXPECT_EQ(w.entry->attributes->head, text);
+  EXPECT_EQ(text->next, w.entry->attributes->tail);
+  const std::pair<const char *, const char *> lookups[] = {{"CN", "cn"}, {"Photo", "photo"}, {"c", nullptr}};
+  for (const auto &[key, name] : lookups) {
+    ASSERT_EQ(gslcleganGetAttributeByName(nullptr, w.entry, key, &found), GSLCLE_OK);
+    EXPECT_STREQ(found != nullptr ? found->name : nullptr, name) << key;
+  }
+  uint32_t count = 0;
+  ASSERT_EQ(gslclesSize(nullptr, w.entry, &count), GSLCLE_OK);
+  EXPECT_EQ(count, 2u);
+}
+
+// The array grows by five slots when the count is a multiple of five, each
+// reallocation told the old size (the test allocator copies only that).
+class GrowthTest : public ::testing::TestWithParam<int> {};
+
+TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
+  qtest::FailingAllocator allocator;
+  LDAPAttribute *a = nullptr;
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "v", GetParam(), &a), GSLCLE_OK);
+  std::vector<std::string> want;
+  for (int i = 0; i < 11; ++i) {
+    want.push_back(std::string{'v', static_cast<char>('a' + i), '\0', 'x'});
+    if (GetParam() == GSLCLE_VALUES_BINARY) {
+      const BERVal v{want.back().size(), want.back().data()};
+      ASSERT_EQ(gslcleabvAddAttrBValue(nullptr, a, &v), GSLCLE_OK);
+    } else {
+      want.back().resize(2);  // a string value ends at its NUL
+      ASSERT_EQ(gslcleavAddAttrValue(nullptr, a, want.back().c_str()), GSLCLE_OK);
+    }
+  }
+  constexpr uint32_t kSlot = sizeof(void *);
+  EXPECT_EQ(allocator.reallocations(),
+            (std::vector<std::pair<uint32_t, uint32_t>>{{5 * kSlot, 0}, {10 * kSlot, 5 * kSlot}, {15 * kSlot, 10 * kSlot}}));
+  BERVal **values = nullptr;
+  ASSERT_EQ(gslclegabvGetAttrBValues(nullptr, a, &values), GSLCLE_OK);
+  for (size_t i = 0; i < want.size(); ++i) EXPECT_EQ(std::string(values[i]->bytes, values[i]->length), want[i]);
+  EXPECT_EQ(values[want.size()], nullptr);
+  gslcleBERValsFree(nullptr, values);
+  gslcledaDestroyLDAPAttribute(nullptr, a);
+  EXPECT_EQ(allocator.live(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest, ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
+
+TEST(BerValTest, NewCopiesCountedBytesAndMakesEmptyFromNull) {
+  auto **array = static_cast<BERVal **>(gslummMalloc(nullptr, 3 * sizeof(BERVal *)));
+  array[0] = gslcleBERValNEW(nullptr, nullptr, 5);
+  ASSERT_NE(array[0], nullptr);
+  EXPECT_EQ(array[0]->length, 0u);
+  EXPECT_EQ(array[0]->bytes, nullptr);
+  array[1] = gslcleBERValNEW(nullptr, "a\0bc", 3);
+  EXPECT_EQ(std::string(array[1]->bytes, array[1]->length), std::string("a\0b", 3));
+  array[2] = nullptr;
+  gslcleBERValsFree(nullptr, array);
+  EXPECT_EQ(gslcleBERValDUP(nullptr, nullptr), nullptr);
+  EXPECT_EQ(gslcleBERValNEW(&kNoContext, "a", 1), nullptr);
+}
+
+// Builds an entry with attributes of six values of each kind and reads them
+// back; the first failing step stops it.
+int buildAndRead() {
+  LDAPEntry *entry = nullptr;
+  int st = gslcleceCreateLDAPEntry(nullptr, "cn=a", &entry);
+  for (const int kind : {GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY}) {
+    LDAPAttribute *a = nullptr;
+    if (st == GSLCLE_OK) st = gslcleclaCreateLDAPAttribute(nullptr, "cn", kind, &a);
+    for (int i = 0; st == GSLCLE_OK && i < 6; ++i) {
+      st = kind == GSLCLE_VALUES_TEXT ? gslcleavAddAttrValue(nullptr, a, "v") : gslcleabvAddAttrBValue(nullptr, a, &kAb);
+    }
+    BERVal **values = nullptr;
+    char **strings = nullptr;
+    if (st == GSLCLE_OK) st = gslclegabvGetAttrBValues(nullptr, a, &values);
+    if (st == GSLCLE_OK && kind == GSLCLE_VALUES_TEXT) st = gslclegavGetAttrValues(nullptr, a, &strings);
+    gslcleBERValsFree(nullptr, values);
+    gslcleValsFree(nullptr, strings);
+    if (st == GSLCLE_OK) st = gslcleaaAddLDAPAttribute(nullptr, entry, a);
+    if (st != GSLCLE_OK) gslcledaDestroyLDAPAttribute(nullptr, a);
+  }
+  gslcledeDestroyLDAPEntry(nullptr, entry);
+  return st;
+}
+
+TEST(EntryAllocationTest, EveryFailureIsReportedAndLeavesNothingBehind) {
+  qtest::FailingAllocator allocator;
+  size_t n = 0;
+  for (int st = GSLCLE_NO_MEMORY; st != GSLCLE_OK; ++n) {
+    ASSERT_LT(n, 1000u);
+    allocator.failAfter(n);
+    st = buildAndRead();
+    EXPECT_TRUE(st == GSLCLE_OK || st == GSLCLE_NO_MEMORY) << st << " at allocation " << n;
+    EXPECT_EQ(allocator.live(), 0) << "allocation " << n;
+  }
+  EXPECT_GT(n, 30u);
+}
+
+}  // namespace
