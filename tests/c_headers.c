@@ -4,6 +4,7 @@
 #include "core/messages.h"
 #include "dsml/xml.h"
 #include "entry/base64.h"
+#include "entry/entry.h"
 #include "util/list.h"
 #include "util/stack.h"
 #include "util/strings.h"

@@ -1,0 +1,474 @@
+// entry/entry.cc - the directory entry and its attributes. Contracts in
+// entry/entry.h.
+#include "entry/entry.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "core/context_internal.h"
+#include "core/memory.h"
+#include "util/strings.h"
+
+namespace {
+
+using gslu::ContextFree;
+using gslu::Owned;
+
+// The allocator takes 32-bit sizes.
+constexpr uint64_t kMaxBlock = UINT32_MAX;
+
+// A block for one T, or null.
+template <class T>
+[[nodiscard]] Owned<T> allocateRecord(gsluctx *core) {
+  return Owned<T>(static_cast<T *>(gslummMalloc(core, sizeof(T))), ContextFree{core});
+}
+
+[[nodiscard]] Owned<char> copyOf(gsluctx *core, const char *s) {
+  return Owned<char>(gslussdStrdup(core, s), ContextFree{core});
+}
+
+[[nodiscard]] bool isEntryChangeType(int t) {
+  return t == GSLCLE_CHANGE_ADD || t == GSLCLE_CHANGE_DELETE || t == GSLCLE_CHANGE_MODIFY ||
+         t == GSLCLE_CHANGE_MODRDN;
+}
+
+[[nodiscard]] bool isAttrChangeType(int t) {
+  return t == GSLCLE_ATTR_ADD || t == GSLCLE_ATTR_DELETE || t == GSLCLE_ATTR_REPLACE;
+}
+
+[[nodiscard]] bool isModrdn(const LDAPEntry *entry) {
+  return entry->change_type == GSLCLE_CHANGE_MODRDN;
+}
+
+void freeBerval(gsluctx *core, BERVal *value) {
+  if (value == nullptr) return;
+  (void)gslumfFree(core, value->bytes);
+  (void)gslumfFree(core, value);
+}
+
+// The two kinds of null-terminated value arrays, and their release.
+void freeStringArray(gsluctx *core, char **values) {
+  for (char **v = values; *v != nullptr; ++v) (void)gslumfFree(core, *v);
+  (void)gslumfFree(core, values);
+}
+
+void freeBervalArray(gsluctx *core, BERVal **values) {
+  for (BERVal **v = values; *v != nullptr; ++v) freeBerval(core, *v);
+  (void)gslumfFree(core, values);
+}
+
+// Builds a null-terminated array of count elements made by make(i). When an
+// element cannot be made, the array is cut there (its null entry) and
+// released whole with release.
+template <class T, class Make>
+[[nodiscard]] int buildArray(gsluctx *core, uint32_t count, T ***out, Make make,
+                             void (*release)(gsluctx *, T **)) {
+  // Detect and prevent integer overflow: count elements plus the null entry.
+  const uint64_t bytes = (uint64_t{count} + 1) * sizeof(T *);
+  if (bytes > kMaxBlock) return GSLCLE_NO_MEMORY;
+  auto **array = static_cast<T **>(gslummMalloc(core, static_cast<uint32_t>(bytes)));
+  if (array == nullptr) return GSLCLE_NO_MEMORY;
+  for (uint32_t i = 0; i < count; ++i) {
+    array[i] = make(i);
+    if (array[i] == nullptr) {
+      release(core, array);
+      return GSLCLE_NO_MEMORY;
+    }
+  }
+  array[count] = nullptr;
+  *out = array;
+  return GSLCLE_OK;
+}
+
+// Stores value at index count, growing the array first when count is a
+// multiple of the step (0 included). On failure the attribute is unchanged
+// and value is still the caller's.
+[[nodiscard]] int appendValue(gsluctx *core, LDAPAttribute *attribute, void *value) {
+  const uint32_t count = attribute->count;
+  if (count % GSLCLE_VALUES_STEP == 0) {
+    // Detect and prevent integer overflow: the new array must fit a 32-bit
+    // block.
+    const uint64_t slots = uint64_t{count} + GSLCLE_VALUES_STEP;
+    if (slots * sizeof(void *) > kMaxBlock) return GSLCLE_NO_MEMORY;
+    void *grown = gslumrRealloc(core, static_cast<uint32_t>(slots * sizeof(void *)),
+                                attribute->values, static_cast<uint32_t>(count * sizeof(void *)));
+    if (grown == nullptr) return GSLCLE_NO_MEMORY;
+    attribute->values = static_cast<void **>(grown);
+  }
+  attribute->values[count] = value;
+  attribute->count = count + 1;
+  return GSLCLE_OK;
+}
+
+// The list's release callback for the attributes of an entry.
+int releaseAttribute(gsluctx *core, void *attribute) {
+  return gslcledaDestLDAPAttr(core, static_cast<LDAPAttribute *>(attribute));
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- Entry operations ---------------------------------------------------------
+
+int gslcleceCreateLDAPEntry(const gslcClientHandle *ctx, const char *dn, LDAPEntry **entry) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (dn == nullptr || entry == nullptr) return GSLCLE_NULL_ARG;
+  *entry = nullptr;
+  Owned<LDAPEntry> record = allocateRecord<LDAPEntry>(core);
+  Owned<char> dn_copy = copyOf(core, dn);
+  if (record == nullptr || dn_copy == nullptr) return GSLCLE_NO_MEMORY;
+  *record = LDAPEntry{};
+  record->dn = dn_copy.release();
+  record->change_type = GSLCLE_CHANGE_ADD;
+  *entry = record.release();
+  return GSLCLE_OK;
+}
+
+int gslcledeDestroyLDAPEntry(const gslcClientHandle *ctx, LDAPEntry *entry) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr) return GSLCLE_NULL_ARG;
+  (void)gslumfFree(core, entry->dn);
+  if (entry->attributes != nullptr) {
+    (void)gslulsdDestroySList(core, entry->attributes, releaseAttribute);
+  }
+  (void)gslumfFree(core, entry->new_rdn);
+  (void)gslumfFree(core, entry->new_superior);
+  (void)gslumfFree(core, entry);
+  return GSLCLE_OK;
+}
+
+int gslcleaaAddLDAPAttribute(const gslcClientHandle *ctx, LDAPEntry *entry,
+                             LDAPAttribute *attribute) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
+  if (entry->change_type != GSLCLE_CHANGE_ADD && entry->change_type != GSLCLE_CHANGE_MODIFY) {
+    return GSLCLE_NOT_APPLICABLE;
+  }
+  if (entry->attributes == nullptr) {
+    // The list reports a failed allocation by a null list and status 0.
+    if (const int st = gslulscsCreateSList(core, offsetof(LDAPAttribute, next), &entry->attributes);
+        st != GSLULS_OK) {
+      return st;
+    }
+    if (entry->attributes == nullptr) return GSLCLE_NO_MEMORY;
+  }
+  // Appended at the tail whatever the list's cursor, so attributes keep the
+  // order in which they were added.
+  return gslulsapAppend(core, entry->attributes, attribute);
+}
+
+int gslclegdGetDN(const gslcClientHandle *ctx, const LDAPEntry *entry, char **dn) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || dn == nullptr) return GSLCLE_NULL_ARG;
+  *dn = gslussdStrdup(core, entry->dn);
+  return *dn != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+}
+
+int gslcleganGetAttributeByName(const gslcClientHandle *ctx, const LDAPEntry *entry,
+                                const char *name, LDAPAttribute **attribute) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || name == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
+  *attribute = nullptr;
+  if (entry->attributes == nullptr) return GSLCLE_OK;
+  // Walks the links from the head, which leaves the list's cursor alone.
+  for (void *e = entry->attributes->head; e != nullptr; e = static_cast<LDAPAttribute *>(e)->next) {
+    auto *candidate = static_cast<LDAPAttribute *>(e);
+    if (gslcleAttrNameCmpCBF(ctx, candidate, name) == GSLCLE_CMP_EQUAL) {
+      *attribute = candidate;
+      break;
+    }
+  }
+  return GSLCLE_OK;
+}
+
+int gslclegaGetAttributes(const gslcClientHandle *ctx, const LDAPEntry *entry,
+                          GslulsList **attributes) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || attributes == nullptr) return GSLCLE_NULL_ARG;
+  *attributes = entry->attributes;
+  return GSLCLE_OK;
+}
+
+int gslclesSize(const gslcClientHandle *ctx, const LDAPEntry *entry, uint32_t *count) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || count == nullptr) return GSLCLE_NULL_ARG;
+  *count = 0;
+  if (entry->attributes == nullptr) return GSLCLE_OK;
+  return gslulssSize(core, entry->attributes, count);
+}
+
+int gslclegctGetChangeType(const gslcClientHandle *ctx, const LDAPEntry *entry,
+                           uint8_t *change_type) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || change_type == nullptr) return GSLCLE_NULL_ARG;
+  *change_type = entry->change_type;
+  return GSLCLE_OK;
+}
+
+int gslclesctSetChangeType(const gslcClientHandle *ctx, LDAPEntry *entry, int change_type) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr) return GSLCLE_NULL_ARG;
+  if (!isEntryChangeType(change_type)) return GSLCLE_BAD_CHANGE_TYPE;
+  entry->change_type = static_cast<uint8_t>(change_type);
+  entry->explicit_change_type = 1;
+  return GSLCLE_OK;
+}
+
+int gslclegnGetNewRDN(const gslcClientHandle *ctx, const LDAPEntry *entry, char **new_rdn) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || new_rdn == nullptr) return GSLCLE_NULL_ARG;
+  *new_rdn = nullptr;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  if (entry->new_rdn == nullptr) return GSLCLE_OK;
+  *new_rdn = gslussdStrdup(core, entry->new_rdn);
+  return *new_rdn != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+}
+
+int gslclesnSetNewRDN(const gslcClientHandle *ctx, LDAPEntry *entry, const char *new_rdn) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || new_rdn == nullptr) return GSLCLE_NULL_ARG;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  (void)gslumfFree(core, entry->new_rdn);
+  // Deliberate: a failed copy leaves the field null and still reports
+  // success; readers of the field treat null as "not set".
+  entry->new_rdn = gslussdStrdup(core, new_rdn);
+  return GSLCLE_OK;
+}
+
+int gslclegnsGetNewSuperior(const gslcClientHandle *ctx, const LDAPEntry *entry,
+                            char **new_superior) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || new_superior == nullptr) return GSLCLE_NULL_ARG;
+  *new_superior = nullptr;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  if (entry->new_superior == nullptr) return GSLCLE_OK;
+  *new_superior = gslussdStrdup(core, entry->new_superior);
+  return *new_superior != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+}
+
+int gslclesnsSetNewSuperior(const gslcClientHandle *ctx, LDAPEntry *entry,
+                            const char *new_superior) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr) return GSLCLE_NULL_ARG;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  (void)gslumfFree(core, entry->new_superior);
+  // Deliberate: unlike the new RDN, null is accepted and clears the field;
+  // a failed copy likewise leaves it null with success reported.
+  entry->new_superior = gslussdStrdup(core, new_superior);
+  return GSLCLE_OK;
+}
+
+int gslclegdoGetDeleteOldRdn(const gslcClientHandle *ctx, const LDAPEntry *entry,
+                             uint8_t *delete_old_rdn) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || delete_old_rdn == nullptr) return GSLCLE_NULL_ARG;
+  *delete_old_rdn = 0;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  *delete_old_rdn = entry->delete_old_rdn;
+  return GSLCLE_OK;
+}
+
+int gslclesdoSetDeleteOldRdn(const gslcClientHandle *ctx, LDAPEntry *entry, int delete_old_rdn) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr) return GSLCLE_NULL_ARG;
+  if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
+  entry->delete_old_rdn = delete_old_rdn != 0 ? 1 : 0;
+  return GSLCLE_OK;
+}
+
+// ---- Attribute operations -----------------------------------------------------
+
+int gslcleclaCreateLDAPAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
+                                 LDAPAttribute **attribute) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (name == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
+  *attribute = nullptr;
+  // Only the low 8 bits name the kind; the rest of the word is not looked at.
+  const auto kind = static_cast<uint8_t>(value_kind & 0xff);
+  if (kind != GSLCLE_VALUES_TEXT && kind != GSLCLE_VALUES_BINARY) return GSLCLE_BAD_VALUE_KIND;
+  if (name[0] == '\0') return GSLCLE_EMPTY_NAME;
+  Owned<LDAPAttribute> record = allocateRecord<LDAPAttribute>(core);
+  Owned<char> name_copy = copyOf(core, name);
+  if (record == nullptr || name_copy == nullptr) return GSLCLE_NO_MEMORY;
+  *record = LDAPAttribute{};
+  record->name = name_copy.release();
+  record->value_kind = kind;
+  record->change_type = GSLCLE_ATTR_ADD;
+  *attribute = record.release();
+  return GSLCLE_OK;
+}
+
+void gslcledaDestroyLDAPAttribute(const gslcClientHandle *ctx, LDAPAttribute *attribute) {
+  (void)gslcledaDestLDAPAttr(gslccx_Getgsluctx(ctx), attribute);
+}
+
+int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute) {
+  gsluctx *g = gslu::resolveContext(core);
+  if (g == nullptr) return GSLCLE_NO_CORE;
+  if (attribute == nullptr) return GSLCLE_NULL_ARG;
+  (void)gslumfFree(g, attribute->name);
+  for (uint32_t i = 0; i < attribute->count; ++i) {
+    if (attribute->value_kind == GSLCLE_VALUES_BINARY) {
+      freeBerval(g, static_cast<BERVal *>(attribute->values[i]));
+    } else {
+      (void)gslumfFree(g, attribute->values[i]);
+    }
+  }
+  (void)gslumfFree(g, attribute->values);
+  (void)gslumfFree(g, attribute);
+  return GSLCLE_OK;
+}
+
+int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
+                         const char *value) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || value == nullptr) return GSLCLE_NULL_ARG;
+  if (attribute->value_kind != GSLCLE_VALUES_TEXT) return GSLCLE_NOT_APPLICABLE;
+  Owned<char> copy = copyOf(core, value);
+  if (copy == nullptr) return GSLCLE_NO_MEMORY;
+  if (const int st = appendValue(core, attribute, copy.get()); st != GSLCLE_OK) return st;
+  (void)copy.release();  // the attribute owns it now
+  return GSLCLE_OK;
+}
+
+int gslcleabvAddAttrBValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
+                           const BERVal *value) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || value == nullptr) return GSLCLE_NULL_ARG;
+  if (attribute->value_kind != GSLCLE_VALUES_BINARY) return GSLCLE_NOT_APPLICABLE;
+  BERVal *copy = gslcleBERValDUP(ctx, value);
+  if (copy == nullptr) return GSLCLE_NO_MEMORY;
+  if (const int st = appendValue(core, attribute, copy); st != GSLCLE_OK) {
+    freeBerval(core, copy);
+    return st;
+  }
+  return GSLCLE_OK;
+}
+
+int gslclegatnGetAttrName(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                          char **name) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || name == nullptr) return GSLCLE_NULL_ARG;
+  *name = gslussdStrdup(core, attribute->name);
+  return *name != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+}
+
+int gslclegavGetAttrValues(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                           char ***values) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || values == nullptr) return GSLCLE_NULL_ARG;
+  *values = nullptr;
+  if (attribute->value_kind == GSLCLE_VALUES_BINARY) return GSLCLE_NOT_APPLICABLE;
+  return buildArray<char>(
+      core, attribute->count, values,
+      [&](uint32_t i) { return gslussdStrdup(core, static_cast<const char *>(attribute->values[i])); },
+      freeStringArray);
+}
+
+int gslclegabvGetAttrBValues(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                             BERVal ***values) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || values == nullptr) return GSLCLE_NULL_ARG;
+  *values = nullptr;
+  const bool binary = attribute->value_kind == GSLCLE_VALUES_BINARY;
+  return buildArray<BERVal>(
+      core, attribute->count, values,
+      [&](uint32_t i) {
+        const void *v = attribute->values[i];
+        if (binary) return gslcleBERValDUP(ctx, static_cast<const BERVal *>(v));
+        const auto *s = static_cast<const char *>(v);
+        return gslcleBERValNEW(ctx, s, std::strlen(s));
+      },
+      freeBervalArray);
+}
+
+int gslcleasAttrSize(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                     uint32_t *count) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || count == nullptr) return GSLCLE_NULL_ARG;
+  *count = attribute->count;
+  return GSLCLE_OK;
+}
+
+int gslclegactGetAttrChangeType(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                                uint8_t *change_type) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr || change_type == nullptr) return GSLCLE_NULL_ARG;
+  *change_type = attribute->change_type;
+  return GSLCLE_OK;
+}
+
+int gslclegastSetAttrChangeType(const gslcClientHandle *ctx, LDAPAttribute *attribute,
+                                int change_type) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr) return GSLCLE_NULL_ARG;
+  if (!isAttrChangeType(change_type)) return GSLCLE_BAD_CHANGE_TYPE;
+  attribute->change_type = static_cast<uint8_t>(change_type);
+  return GSLCLE_OK;
+}
+
+int32_t gslcleAttrNameCmpCBF(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                             const char *name) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_CMP_NO_CONTEXT;
+  if (attribute == nullptr || name == nullptr) return GSLCLE_CMP_NULL_ARG;
+  // The stored name is compared in place: nothing changes it meanwhile, so
+  // a copy would only add an allocation that could fail.
+  return gslusicStrcasecmp(core, attribute->name, name);
+}
+
+// ---- Counted-string helpers ----------------------------------------------------
+
+BERVal *gslcleBERValNEW(const gslcClientHandle *ctx, const char *bytes, size_t length) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return nullptr;
+  Owned<BERVal> record = allocateRecord<BERVal>(core);
+  if (record == nullptr) return nullptr;
+  *record = BERVal{0, nullptr};
+  // A null source, or an empty one, has no bytes: the allocator hands out no
+  // block of 0 bytes.
+  if (bytes == nullptr || length == 0) return record.release();
+  if (length > kMaxBlock) return nullptr;
+  auto *copy = static_cast<char *>(gslummMalloc(core, static_cast<uint32_t>(length)));
+  if (copy == nullptr) return nullptr;
+  std::memcpy(copy, bytes, length);
+  record->length = length;
+  record->bytes = copy;
+  return record.release();
+}
+
+BERVal *gslcleBERValDUP(const gslcClientHandle *ctx, const BERVal *value) {
+  if (value == nullptr) return nullptr;
+  return gslcleBERValNEW(ctx, value->bytes, value->length);
+}
+
+void gslcleValsFree(const gslcClientHandle *ctx, char **values) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr || values == nullptr) return;
+  freeStringArray(core, values);
+}
+
+void gslcleBERValsFree(const gslcClientHandle *ctx, BERVal **values) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr || values == nullptr) return;
+  freeBervalArray(core, values);
+}
+
+}  // extern "C"
