@@ -1,0 +1,86 @@
+/*
+ * entry/ldif_record.h - one directory entry as the text of one LDIF record:
+ * a "dn:" line followed by the entry's attribute lines (a content record) or
+ * by the lines of an add, modify, modrdn or delete change record.
+ *
+ * Conventions (those of entry/entry.h, plus):
+ *   1. The whole record is built in memory as one NUL-terminated text of
+ *      exactly its size: every line is measured first, then written once.
+ *      The caller owns the text and frees it with gslumfFree().
+ *   2. Value lines are those of entry/ldif_line.h (base64 and folding as
+ *      needed); the new RDN and new superior of a modrdn record are written
+ *      as they stand, neither encoded nor folded.
+ *   3. Which record an entry gives, by its change type:
+ *        add, never set explicitly  content record, no "changetype" line:
+ *                                   each attribute's value lines; an
+ *                                   attribute without values gives
+ *                                   "name: " and a newline;
+ *        add set explicitly, modify "changetype: add" / "changetype: modify",
+ *                                   then one block per attribute: "add: ",
+ *                                   "delete: " or "replace: " and its name,
+ *                                   then its value lines (an add without
+ *                                   values gives "name: " as above). Blocks
+ *                                   are separated by "-" lines; deliberately
+ *                                   none follows the last block. Without
+ *                                   attributes only the "dn:" line is
+ *                                   written, with no "changetype" line;
+ *        modrdn                     "changetype: modrdn", "newrdn: ",
+ *                                   "deleteoldrdn: " 0 or 1, and
+ *                                   "newsuperior: " when one is set;
+ *        delete                     "changetype: delete".
+ *   4. The string builders return null when there is no core context, when
+ *      there is nothing to write (see each) or when the text cannot be
+ *      allocated.
+ */
+#ifndef QUILLOMAT_ENTRY_LDIF_RECORD_H
+#define QUILLOMAT_ENTRY_LDIF_RECORD_H
+
+#include "core/context.h"
+#include "entry/entry.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Statuses of gslclegalGetAsLDIF. */
+enum {
+    GSLCLEGAL_OK = 0,
+    GSLCLEGAL_NO_MEMORY = 5,   /* the text could not be allocated (*text null) */
+    GSLCLEGAL_NULL_ARG = 9,    /* null entry or text */
+    GSLCLEGAL_NO_CONTEXT = 89  /* no core context */
+};
+
+/* Values of gslcleGetAttrAsLDIF's with_header. */
+enum {
+    GSLCLE_LDIF_NO_HEADER = 0, /* content record: value lines only */
+    GSLCLE_LDIF_HEADER = 1     /* modify or explicit add: "add: name" first */
+};
+
+/* Renders entry as one LDIF record into *text (cleared first). Unlike the
+ * string builders below, a record that cannot be allocated whole is
+ * reported (5) rather than cut to its "dn:" line, so no entry is ever
+ * written incomplete. */
+int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text);
+
+/* The attribute lines of a content record; null for an entry without
+ * attributes, or when they add up to nothing. */
+char *gslcleGetAddStr(const gslcClientHandle *ctx, const LDAPEntry *entry);
+
+/* The body of a modify record, or of an add record whose change type was
+ * set explicitly; null for an entry without attributes. */
+char *gslcleGetModifyStr(const gslcClientHandle *ctx, const LDAPEntry *entry);
+
+/* The body of a modrdn record. */
+char *gslcleGetModRDNStr(const gslcClientHandle *ctx, const LDAPEntry *entry);
+
+/* The lines of one attribute, with its "add: "/"delete: "/"replace: " header
+ * line when with_header is 1; may be the empty text (no header, no values
+ * and a change type other than add). */
+char *gslcleGetAttrAsLDIF(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
+                          int with_header);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QUILLOMAT_ENTRY_LDIF_RECORD_H */

@@ -1,0 +1,157 @@
+// Tests of entry/ldif_line.h: the plain-or-base64 decision, folding, the
+// padding across a fold, the binary list and the block size.
+#include "entry/ldif_line.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/context_internal.h"
+#include "core/memory.h"
+
+namespace {
+
+std::string lineOf(const std::string &type, const std::string &value) {
+  char *text = gsldlDLdifTypeAndValue(type.c_str(), value.data(), static_cast<uint32_t>(value.size()));
+  EXPECT_NE(text, nullptr);
+  std::string s = text != nullptr ? text : "";
+  gslumfFree(nullptr, text);
+  return s;
+}
+
+struct LineCase {
+  const char *name;
+  std::string type;
+  std::string value;
+  std::string expected;
+};
+
+void PrintTo(const LineCase &c, std::ostream *os) { *os << c.name; }
+
+const LineCase kLines[] = {
+    {"EmptyValueKeepsTheSpace", "cn", "", "cn: \n"},
+    {"Plain", "cn", "Ann Lee", "cn: Ann Lee\n"},
+    {"LeadingSpace", "cn", " x", "cn:: IHg=\n"},
+    {"LeadingColon", "cn", ":x", "cn:: Ong=\n"},
+    {"LeadingNul", "cn", std::string("\0x", 2), "cn:: AHg=\n"},
+    {"LeadingTab", "cn", "\tx", "cn:: CXg=\n"},
+    {"LeadingLessThanStaysPlain", "cn", "<x", "cn: <x\n"},
+    {"TrailingSpaceStaysPlain", "cn", "x ", "cn: x \n"},
+    {"InnerTab", "cn", "a\tb", "cn:: YQli\n"},
+    {"InnerNewline", "cn", "a\nb", "cn:: YQpi\n"},
+    {"Delete", "cn", "a\x7f", "cn:: YX8=\n"},
+    {"NonAscii", "cn", "J\xc3\xbcrgen", "cn:: SsO8cmdlbg==\n"},
+    {"NulTruncatesAPlainValue", "cn", std::string("ab\0cd", 5), "cn: ab\n"},
+    {"NulAfterAnOffendingByteIsBase64", "cn", std::string("a\x01\0", 3), "cn:: YQEA\n"},
+    {"HighByteFirst", "x", std::string("\x80", 1) + "oobar", "x:: gG9vYmFy\n"},
+};
+
+class LineTest : public ::testing::TestWithParam<LineCase> {};
+
+TEST_P(LineTest, WritesTheExpectedLine) {
+  EXPECT_EQ(lineOf(GetParam().type, GetParam().value), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, LineTest, ::testing::ValuesIn(kLines),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+std::vector<size_t> lineLengths(const std::string &text) {
+  std::vector<size_t> lengths;
+  size_t start = 0;
+  for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1) {
+    lengths.push_back(nl - start);
+  }
+  return lengths;
+}
+
+TEST(LineFolding, PlainFirstLineHolds78AndContinuations77) {
+  EXPECT_EQ(lineLengths(lineOf("cn", std::string(200, 'x'))), (std::vector<size_t>{78, 77, 51}));
+  // Exactly filling the first line does not start an empty continuation.
+  EXPECT_EQ(lineLengths(lineOf("cn", std::string(74, 'x'))), (std::vector<size_t>{78}));
+  EXPECT_EQ(lineLengths(lineOf("cn", std::string(75, 'x'))), (std::vector<size_t>{78, 2}));
+}
+
+TEST(LineFolding, Base64FirstLineHolds77) {
+  // 100 bytes are 136 digits: 63 after "description:: ", 73 on the next line.
+  EXPECT_EQ(lineLengths(lineOf("description", std::string(100, '\x80'))),
+            (std::vector<size_t>{77, 74}));
+}
+
+TEST(LineFolding, ALongTypeFoldsBeforeTheFirstCharacter) {
+  const std::string type(76, 't');
+  EXPECT_EQ(lineOf(type, "ab"), type + ": \n ab\n");
+  EXPECT_EQ(lineOf(std::string(75, 't'), "ab"), std::string(75, 't') + ": a\n b\n");
+}
+
+// Deliberate: when a fold falls inside the last group, the padding reads
+// right once unfolded: the "=" lands before the fold, the space stays.
+TEST(LineFolding, PaddingAcrossAFoldKeepsTheContinuationSpace) {
+  std::string value(52, 'y');
+  value[0] = ' ';
+  const std::string line = lineOf("abc", value);
+  EXPECT_TRUE(line.ends_with("eQ=\n =\n")) << line;
+  std::string unfolded;
+  for (size_t i = 0; i < line.size(); ++i) {
+    if (line[i] == '\n' && i + 1 < line.size() && line[i + 1] == ' ') {
+      ++i;
+      continue;
+    }
+    unfolded += line[i];
+  }
+  EXPECT_TRUE(unfolded.ends_with("eQ==\n")) << unfolded;
+}
+
+TEST(LinePut, AdvancesPastTheNewlineAndWritesNoNul) {
+  char buffer[64];
+  std::memset(buffer, '#', sizeof buffer);
+  char *p = buffer;
+  gsldlCPutTypeAndValue(&p, "cn", "x", 1);
+  EXPECT_EQ(std::string(buffer, static_cast<size_t>(p - buffer)), "cn: x\n");
+  EXPECT_EQ(*p, '#');
+  gsldlCPutTypeAndValue(nullptr, "cn", "x", 1);  // nothing to write to
+}
+
+// The block handed out is the one the line has always been given:
+// n + 7 + 2 * ((n + 6) / 76) + 1 with n = type length + 4/3 of the value.
+std::vector<uint32_t> g_sizes;
+void *recordingMalloc(gsluctx *, uint32_t size) {
+  g_sizes.push_back(size);
+  return std::malloc(size);
+}
+void plainFree(gsluctx *, void *block) { std::free(block); }
+
+TEST(LineBlock, SizeFollowsTheFormula) {
+  ASSERT_EQ(gslumsSetHooks(nullptr, recordingMalloc, nullptr, nullptr, plainFree), 0);
+  g_sizes.clear();
+  gslumfFree(nullptr, gsldlDLdifTypeAndValue("cn", std::string(300, 'x').data(), 300));
+  gslumfFree(nullptr, gsldlDLdifTypeAndValue("cn", "", 0));
+  ASSERT_EQ(gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+  // n = 2 + 400 = 402: 402 + 7 + 2 * truncate(408 / 76) + 1 = 420; n = 2: 10.
+  EXPECT_EQ(g_sizes, (std::vector<uint32_t>{420, 10}));
+}
+
+struct BinaryCase {
+  const char *type;
+  int32_t expected;
+};
+
+class BinaryTest : public ::testing::TestWithParam<BinaryCase> {};
+
+TEST_P(BinaryTest, Classifies) { EXPECT_EQ(gsldlEIsBinary(GetParam().type), GetParam().expected); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Types, BinaryTest,
+    ::testing::Values(BinaryCase{"jpegPhoto", GSLDL_BINARY}, BinaryCase{"JPEGPHOTO", GSLDL_BINARY},
+                      BinaryCase{"userCertificate;binary", GSLDL_BINARY},
+                      BinaryCase{"cn;BINARY", GSLDL_BINARY},
+                      BinaryCase{"x500UniqueIdentifier", GSLDL_BINARY},
+                      BinaryCase{"photography", GSLDL_NOT_BINARY},
+                      BinaryCase{"x;binary;lang-en", GSLDL_NOT_BINARY},
+                      // Only the first ";binary" counts, and it must end the type.
+                      BinaryCase{"x;binary;binary", GSLDL_NOT_BINARY},
+                      BinaryCase{"jpegPhoto;lang-en", GSLDL_NOT_BINARY},
+                      BinaryCase{"", GSLDL_NOT_BINARY}, BinaryCase{nullptr, GSLDL_NOT_BINARY}));
+
+}  // namespace

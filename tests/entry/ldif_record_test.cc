@@ -1,0 +1,192 @@
+// Tests of entry/ldif_record.h: each record kind as the worked examples show
+// it, the cases without attributes, exact-size text and a failed allocation.
+#include "entry/ldif_record.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/memory.h"
+#include "entry/entry.h"
+
+namespace {
+
+struct AttrSpec {
+  const char *name;
+  int change_type;
+  std::vector<std::string> values;
+};
+
+// Builds an entry from a compact description; change_type 0 leaves the
+// entry's change type as created (add, not set explicitly).
+LDAPEntry *makeEntry(const char *dn, int change_type, const std::vector<AttrSpec> &attrs) {
+  LDAPEntry *e = nullptr;
+  EXPECT_EQ(gslcleceCreateLDAPEntry(nullptr, dn, &e), GSLCLE_OK);
+  if (change_type == GSLCLE_CHANGE_DELETE || change_type == GSLCLE_CHANGE_MODRDN) {
+    EXPECT_EQ(gslclesctSetChangeType(nullptr, e, change_type), GSLCLE_OK);
+    return e;
+  }
+  for (const AttrSpec &spec : attrs) {
+    LDAPAttribute *a = nullptr;
+    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, spec.name, GSLCLE_VALUES_BINARY, &a), GSLCLE_OK);
+    EXPECT_EQ(gslclegastSetAttrChangeType(nullptr, a, spec.change_type), GSLCLE_OK);
+    for (const std::string &v : spec.values) {
+      BERVal bv{v.size(), const_cast<char *>(v.data())};
+      EXPECT_EQ(gslcleabvAddAttrBValue(nullptr, a, &bv), GSLCLE_OK);
+    }
+    EXPECT_EQ(gslcleaaAddLDAPAttribute(nullptr, e, a), GSLCLE_OK);
+  }
+  if (change_type != 0) {
+    EXPECT_EQ(gslclesctSetChangeType(nullptr, e, change_type), GSLCLE_OK);
+  }
+  return e;
+}
+
+std::string recordOf(const LDAPEntry *e) {
+  char *text = nullptr;
+  EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), GSLCLEGAL_OK);
+  std::string s = text != nullptr ? text : "<null>";
+  gslumfFree(nullptr, text);
+  return s;
+}
+
+constexpr int kAdd = GSLCLE_ATTR_ADD;
+constexpr int kDelete = GSLCLE_ATTR_DELETE;
+constexpr int kReplace = GSLCLE_ATTR_REPLACE;
+
+struct RecordCase {
+  const char *name;
+  int change_type;
+  std::vector<AttrSpec> attrs;
+  std::string expected;
+};
+
+void PrintTo(const RecordCase &c, std::ostream *os) { *os << c.name; }
+
+const RecordCase kRecords[] = {
+    {"Content", 0,
+     {{"objectclass", kAdd, {"person", "top"}}, {"cn", kAdd, {"Ann Lee"}}, {"description", kAdd, {}}},
+     "dn: cn=Ann Lee,o=ex\nobjectclass: person\nobjectclass: top\ncn: Ann Lee\ndescription: \n"},
+    {"ContentWithoutAttributes", 0, {}, "dn: cn=Ann Lee,o=ex\n"},
+    {"Modify", GSLCLE_CHANGE_MODIFY,
+     {{"title", kReplace, {"Engineer"}}, {"telephonenumber", kDelete, {}}, {"description", kAdd, {"hi"}}},
+     "dn: cn=Ann Lee,o=ex\nchangetype: modify\nreplace: title\ntitle: Engineer\n-\n"
+     "delete: telephonenumber\n-\nadd: description\ndescription: hi\n"},
+    {"ModifyWithOneAttributeHasNoDashLine", GSLCLE_CHANGE_MODIFY, {{"title", kReplace, {}}},
+     "dn: cn=Ann Lee,o=ex\nchangetype: modify\nreplace: title\n"},
+    {"ModifyWithoutAttributesIsTheDnLineAlone", GSLCLE_CHANGE_MODIFY, {}, "dn: cn=Ann Lee,o=ex\n"},
+    {"ExplicitAdd", GSLCLE_CHANGE_ADD, {{"cn", kAdd, {"Ann Lee"}}, {"sn", kAdd, {"Lee"}}},
+     "dn: cn=Ann Lee,o=ex\nchangetype: add\nadd: cn\ncn: Ann Lee\n-\nadd: sn\nsn: Lee\n"},
+    {"ExplicitAddWithoutAttributesIsTheDnLineAlone", GSLCLE_CHANGE_ADD, {}, "dn: cn=Ann Lee,o=ex\n"},
+    {"Delete", GSLCLE_CHANGE_DELETE, {}, "dn: cn=Ann Lee,o=ex\nchangetype: delete\n"},
+    {"ValuesAreEncodedInEveryRecord", GSLCLE_CHANGE_MODIFY, {{"cn", kAdd, {" lead"}}},
+     "dn: cn=Ann Lee,o=ex\nchangetype: modify\nadd: cn\ncn:: IGxlYWQ=\n"},
+};
+
+class RecordTest : public ::testing::TestWithParam<RecordCase> {};
+
+TEST_P(RecordTest, RendersTheRecord) {
+  LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GetParam().change_type, GetParam().attrs);
+  EXPECT_EQ(recordOf(e), GetParam().expected);
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, RecordTest, ::testing::ValuesIn(kRecords),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(ModRdnRecord, WritesTheRenameFieldsAsTheyStand) {
+  LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GSLCLE_CHANGE_MODRDN, {});
+  EXPECT_EQ(recordOf(e), "dn: cn=Ann Lee,o=ex\nchangetype: modrdn\nnewrdn: \ndeleteoldrdn: 0\n");
+  ASSERT_EQ(gslclesnSetNewRDN(nullptr, e, " cn=Ann Sm\xc3\xafth"), GSLCLE_OK);
+  ASSERT_EQ(gslclesdoSetDeleteOldRdn(nullptr, e, 7), GSLCLE_OK);
+  ASSERT_EQ(gslclesnsSetNewSuperior(nullptr, e, "o=other"), GSLCLE_OK);
+  // A DN that needs base64 is encoded; the same text as new RDN is not.
+  EXPECT_EQ(recordOf(e),
+            "dn: cn=Ann Lee,o=ex\nchangetype: modrdn\nnewrdn:  cn=Ann Sm\xc3\xafth\n"
+            "deleteoldrdn: 1\nnewsuperior: o=other\n");
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+TEST(RecordDn, NeedsBase64LikeAnyValue) {
+  LDAPEntry *e = makeEntry(" cn=x", 0, {});
+  EXPECT_EQ(recordOf(e), "dn:: IGNuPXg=\n");
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+TEST(RecordArguments, StatusesForNullArguments) {
+  char *text = reinterpret_cast<char *>(1);
+  EXPECT_EQ(gslclegalGetAsLDIF(nullptr, nullptr, &text), GSLCLEGAL_NULL_ARG);
+  LDAPEntry *e = makeEntry("o=ex", 0, {});
+  EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, nullptr), GSLCLEGAL_NULL_ARG);
+  EXPECT_EQ(gslcleGetAddStr(nullptr, e), nullptr);  // no attributes
+  EXPECT_EQ(gslcleGetModifyStr(nullptr, e), nullptr);
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+TEST(AttributeText, HeaderAndEmptyForms) {
+  LDAPAttribute *a = nullptr;
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "member", GSLCLE_VALUES_TEXT, &a), GSLCLE_OK);
+  char *s = gslcleGetAttrAsLDIF(nullptr, a, GSLCLE_LDIF_HEADER);
+  EXPECT_STREQ(s, "add: member\nmember: \n");
+  gslumfFree(nullptr, s);
+  ASSERT_EQ(gslclegastSetAttrChangeType(nullptr, a, kDelete), GSLCLE_OK);
+  s = gslcleGetAttrAsLDIF(nullptr, a, GSLCLE_LDIF_NO_HEADER);
+  EXPECT_STREQ(s, "");  // no header, no values, not an add
+  gslumfFree(nullptr, s);
+  ASSERT_EQ(gslcleavAddAttrValue(nullptr, a, "cn=a"), GSLCLE_OK);
+  ASSERT_EQ(gslcleavAddAttrValue(nullptr, a, "cn=\xc3\xa9"), GSLCLE_OK);
+  s = gslcleGetAttrAsLDIF(nullptr, a, GSLCLE_LDIF_HEADER);
+  EXPECT_STREQ(s, "delete: member\nmember: cn=a\nmember:: Y249w6k=\n");
+  gslumfFree(nullptr, s);
+  gslcledaDestroyLDAPAttribute(nullptr, a);
+}
+
+// Allocator hooks that record sizes and can fail every allocation.
+std::vector<uint32_t> g_sizes;
+bool g_fail = false;
+void *hookMalloc(gsluctx *, uint32_t size) {
+  g_sizes.push_back(size);
+  return g_fail ? nullptr : std::malloc(size);
+}
+void *hookRealloc(gsluctx *, uint32_t size, void *old, uint32_t) {
+  g_sizes.push_back(size);
+  return g_fail ? nullptr : std::realloc(old, size);
+}
+void hookFree(gsluctx *, void *block) { std::free(block); }
+
+class HookedTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    g_sizes.clear();
+    g_fail = false;
+    ASSERT_EQ(gslumsSetHooks(nullptr, hookMalloc, nullptr, hookRealloc, hookFree), 0);
+  }
+  void TearDown() override { gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr); }
+};
+
+TEST_F(HookedTest, TheRecordIsOneBlockOfExactlyItsSize) {
+  LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", 0,
+                           {{"cn", kAdd, {"Ann Lee", std::string(300, 'x')}}, {"jpegPhoto", kAdd, {"\xff\xd8"}}});
+  g_sizes.clear();
+  char *text = nullptr;
+  ASSERT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), GSLCLEGAL_OK);
+  EXPECT_EQ(g_sizes, (std::vector<uint32_t>{static_cast<uint32_t>(std::strlen(text) + 1)}));
+  gslumfFree(nullptr, text);
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+TEST_F(HookedTest, AFailedAllocationIsReportedNotCut) {
+  LDAPEntry *e = makeEntry("cn=x", 0, {{"cn", kAdd, {"x"}}});
+  g_fail = true;
+  char *text = reinterpret_cast<char *>(1);
+  EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), GSLCLEGAL_NO_MEMORY);
+  EXPECT_EQ(text, nullptr);
+  EXPECT_EQ(gslcleGetModRDNStr(nullptr, e), nullptr);
+  g_fail = false;
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+}  // namespace
