@@ -9,10 +9,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,13 +24,6 @@ struct RunResult {
   std::string err;  // standard error, bytes
   int status = -1;  // exit status, or 128 + signal
 };
-
-inline std::string readFile(const std::string &path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // How the child's standard output is connected.
 enum class StdoutKind {
