@@ -13,11 +13,6 @@
 #include "tests/support/test_support.h"
 #include "util/hash.h"
 
-// glibc's newlocale() loses its copy of LOCPATH (built with argz) on every
-// call; the Latin-1 locale test sets LOCPATH, so the leak checker must not
-// blame that block on us. Only the sanitizer runtime calls this function.
-extern "C" const char *__lsan_default_suppressions() { return "leak:__argz_add_sep\n"; }
-
 namespace {
 
 using qtest::ScopedEnv;

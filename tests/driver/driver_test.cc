@@ -142,6 +142,7 @@ TEST_F(DriverTest, Latin1LocaleConvertsTextButNotBinaryValues) {
   const RunResult r = runQuillomat({file("latin1.dsml", doc)},
                                    {{"LOCPATH", locales}, {"LANG", "en_US.ISO-8859-1"}});
   EXPECT_EQ(r.out, "dn:: Y249SvxyZ2VuLG89ZXg=\ncn:: SvxyZ2Vu\njpegPhoto:: SsO8cmdlbg==\n\n");
+  EXPECT_EQ(r.err, "");
   EXPECT_EQ(r.status, 0);
 }
 
