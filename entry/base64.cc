@@ -49,13 +49,28 @@ bool isJunk(uint8_t cls) { return cls == kJunkClass; }
 
 // ---------------------------------------------------------------- encoder
 
+// Every pair of digits for a 12-bit value, so a group of four digits takes
+// two lookups.
+constexpr int kPairBits = 2 * kBitsPerDigit;
+constexpr std::array<std::array<char, 2>, 1 << kPairBits> makeDigitPairs() {
+    std::array<std::array<char, 2>, 1 << kPairBits> pairs{};
+    for (uint32_t v = 0; v < pairs.size(); ++v) {
+        pairs[v] = {kAlphabet[v >> kBitsPerDigit], kAlphabet[v & kDigitMask]};
+    }
+    return pairs;
+}
+constexpr auto kDigitPairs = makeDigitPairs();
+
 // Writes the four digits of the 24-bit value, most significant six bits
 // first.
 void writeDigits(uint32_t bits, char* out) {
-    for (int i = kDigitsPerGroup - 1; i >= 0; --i) {
-        out[i] = kAlphabet[bits & kDigitMask];
-        bits >>= kBitsPerDigit;
-    }
+    constexpr uint32_t kPairMask = (1u << kPairBits) - 1;
+    const auto& high = kDigitPairs[(bits >> kPairBits) & kPairMask];
+    const auto& low = kDigitPairs[bits & kPairMask];
+    out[0] = high[0];
+    out[1] = high[1];
+    out[2] = low[0];
+    out[3] = low[1];
 }
 
 uint32_t groupBits(const uint8_t* in) {
@@ -157,6 +172,20 @@ public:
 
     bool atEnd() const { return pos_ == end_; }
 
+    // The common case, four digits in a row with no junk or "=" among them:
+    // their 24 bits, read at once. False (nothing read) otherwise.
+    [[nodiscard]] bool nextPlain(uint32_t& bits) {
+        if (end_ - pos_ < kDigitsPerGroup) return false;
+        const uint8_t c0 = byteClass(text_[pos_]);
+        const uint8_t c1 = byteClass(text_[pos_ + 1]);
+        const uint8_t c2 = byteClass(text_[pos_ + 2]);
+        const uint8_t c3 = byteClass(text_[pos_ + 3]);
+        if ((c0 | c1 | c2 | c3) >= kPadClass) return false;
+        bits = (uint32_t{c0} << 18) | (uint32_t{c1} << 12) | (uint32_t{c2} << 6) | c3;
+        pos_ += kDigitsPerGroup;
+        return true;
+    }
+
     // Fills group with the next four digits or "=" characters; false when
     // the text ends first.
     [[nodiscard]] bool next(char (&group)[kDigitsPerGroup]) {
@@ -212,6 +241,12 @@ extern "C" uint32_t gsluztvb64d(const char* text, uint32_t length, void* out) {
     uint32_t decoded = 0;
     char group[kDigitsPerGroup];
     while (!reader.atEnd()) {
+        uint32_t bits = 0;
+        if (reader.nextPlain(bits)) {
+            writeBytes(bits, kBytesPerGroup, bytes + decoded);
+            decoded += kBytesPerGroup;
+            continue;
+        }
         // Unpadded or truncated text ends inside a group: refuse it rather
         // than guess the missing digits.
         if (!reader.next(group)) return GSLUZTV_B64_MALFORMED;

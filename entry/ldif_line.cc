@@ -46,19 +46,33 @@ struct Form {
   uint32_t shown;  // plain form: bytes written before any NUL
 };
 
+// Length of the run of printable ASCII at the start of v. Eight bytes are
+// tested at a time: whether any byte is below 0x20, or is 0x7f or above.
+[[nodiscard]] uint32_t printablePrefix(const unsigned char *v, uint32_t n) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL;
+  constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+  uint32_t i = 0;
+  for (; n - i >= sizeof(uint64_t); i += sizeof(uint64_t)) {
+    uint64_t w;
+    std::memcpy(&w, v + i, sizeof w);
+    const uint64_t below_space = (w - kOnes * 0x20) & ~w & kHighBits;
+    const uint64_t delete_or_above = ((w + kOnes) | w) & kHighBits;
+    if ((below_space | delete_or_above) != 0) break;
+  }
+  while (i < n && isPrintableAscii(v[i])) ++i;
+  return i;
+}
+
 // The plain-or-base64 decision, by the value's bytes. A value that is not
 // plain ASCII cannot be plain, so characters never need decoding here.
 [[nodiscard]] Form chooseForm(const unsigned char *v, uint32_t n) {
   if (n == 0) return {false, 0};
   if (v[0] == '\0' || v[0] == ':' || isAsciiSpace(v[0])) return {true, 0};
-  for (uint32_t i = 0; i < n; ++i) {
-    const unsigned char c = v[i];
-    if (isPrintableAscii(c)) continue;
-    // Deliberate: a NUL ends a plain value; what follows it is dropped.
-    if (c == '\0') return {false, i};
-    return {true, 0};
-  }
-  return {false, n};
+  const uint32_t run = printablePrefix(v, n);
+  if (run == n) return {false, n};
+  // Deliberate: a NUL ends a plain value; what follows it is dropped.
+  if (v[run] == '\0') return {false, run};
+  return {true, 0};
 }
 
 // Number of continuation lines needed to write n characters starting at

@@ -169,8 +169,21 @@ struct Char {
 // The two sides advance separately: a character and its folded partner may
 // differ in length (the Kelvin sign is three bytes, "k" one).
 [[nodiscard]] int compareFolded(const char *a, const char *b, std::size_t n) {
+  // Fast path over the common ASCII prefix: equal bytes need no folding and
+  // nothing needs decoding. Element and attribute names end here.
   std::size_t ia = 0;
-  std::size_t ib = 0;
+  for (; ia < n; ++ia) {
+    const unsigned char ca = byteAt(a + ia);
+    const unsigned char cb = byteAt(b + ia);
+    if (!isAscii(ca) || !isAscii(cb)) break;
+    if (ca != cb) {
+      const int order = orderOf(asciiLower(ca), asciiLower(cb));
+      if (order != 0) return order;
+    } else if (ca == '\0') {
+      return 0;
+    }
+  }
+  std::size_t ib = ia;
   for (;;) {
     const bool end_a = ia >= n || a[ia] == '\0';
     const bool end_b = ib >= n || b[ib] == '\0';
