@@ -14,6 +14,7 @@
 #include "core/memory.h"
 #include "core/messages.h"
 #include "core/output.h"
+#include "core/pool.h"
 #include "dsml/reader.h"
 #include "entry/ldif_record.h"
 
@@ -74,6 +75,12 @@ int main(int argc, char **argv) {
     std::fputs(kNoContext, stderr);
     return kExitFailure;
   }
+#if !defined(__SANITIZE_ADDRESS__)
+  // The conversion runs on this thread alone, so the small-block pool may
+  // serve it; a sanitized build keeps the C library's allocator, whose
+  // every block the sanitizer watches.
+  (void)gslu::poolInstall(ctx);
+#endif
   // Only a count of exactly 1 is a usage error; with none at all there is
   // simply nothing to convert.
   if (argc == 1) {
