@@ -48,6 +48,15 @@ TEST_F(DriverTest, NoArgumentsPrintsTheUsageLine) {
   EXPECT_EQ(r.status, 1);
 }
 
+// The README shows this run; the shipped LDIF must stay what it prints.
+TEST_F(DriverTest, TheShippedExampleGivesItsLdif) {
+  const std::string examples = std::string(QUILLOMAT_SOURCE_DIR) + "/examples/";
+  const RunResult r = runQuillomat({examples + "people.dsml"});
+  EXPECT_EQ(r.out, qtest::readFile(examples + "people.ldif"));
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(r.status, 0);
+}
+
 TEST_F(DriverTest, FilesAreConvertedInArgumentOrder) {
   const std::string a = file("a.dsml", document(entry("a1") + entry("a2")));
   const std::string b = file("b.dsml", document(entry("b1")));
