@@ -10,7 +10,9 @@
 #include <cstring>
 #include <string_view>
 
-#if defined(__SANITIZE_ADDRESS__)
+#include "core/sanitizers.h"
+
+#if defined(QUILLOMAT_LEAK_CHECKER)
 // glibc's newlocale() loses its copy of LOCPATH (built with argz) on every
 // call when that variable is set; the leak checker must not blame that block
 // on this program. Only the sanitizer runtime calls this function.

@@ -1,5 +1,6 @@
-// libFuzzer target for the DSML reader: reads arbitrary bytes as a
-// document through expat into entries. The first byte picks the chunk size
+// libFuzzer target for the DSML reader and the LDIF writer: reads arbitrary
+// bytes as a document through expat into entries and renders each entry as
+// an LDIF record. The first byte picks the chunk size
 // the parser reads with and which entry the callback refuses, so that both
 // split input and a stopping callback are explored; the rest is the
 // document. The reader must end with 0 or 2, walk every value it hands out
@@ -11,9 +12,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "core/memory.h"
 #include "dsml/reader.h"
+#include "entry/ldif_record.h"
 
 namespace {
 
@@ -46,6 +50,12 @@ int32_t onEntry(LDAPEntry *entry, void *arg) {
     }
   }
   (void)sum;
+  // The record is one NUL-terminated text whose lines all end in a newline.
+  char *text = nullptr;
+  check(gslclegalGetAsLDIF(nullptr, entry, &text) == GSLCLEGAL_OK && text != nullptr);
+  const size_t length = std::strlen(text);
+  check(length > 0 && text[length - 1] == '\n');
+  gslumfFree(nullptr, text);
   return run->entries++ == run->refuse ? 1 : 0;
 }
 

@@ -9,18 +9,9 @@
 #include "core/memory.h"
 #include "core/output.h"
 #include "core/runtime.h"
+#include "core/sanitizers.h"
 #include "util/strings.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define QUILLOMAT_HASH_LSAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(leak_sanitizer)
-#define QUILLOMAT_HASH_LSAN 1
-#endif
-#endif
-#if defined(QUILLOMAT_HASH_LSAN)
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace {
 
@@ -116,7 +107,7 @@ class HeldLock {
   constexpr uint32_t kBytes = GSLUHH_WEIGHT_COUNT * sizeof(uint32_t);
   auto *weights = static_cast<uint32_t *>(gslummMalloc(ctx, kBytes));
   if (weights == nullptr) return nullptr;
-#if defined(QUILLOMAT_HASH_LSAN)
+#if defined(QUILLOMAT_LEAK_CHECKER)
   __lsan_ignore_object(weights);
 #endif
   for (uint32_t i = 0; i < GSLUHH_WEIGHT_COUNT; ++i) weights[i] = cubeWeight(i);
