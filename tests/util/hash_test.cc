@@ -6,14 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <latch>
 #include <mutex>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "core/context_internal.h"
 #include "core/output.h"
@@ -86,15 +82,10 @@ uint32_t hashOf(gsluhhTable *t, const char *key) {
 
 TEST_F(HashTest, WeightsAreCubesModulo2To32AndLongKeysStillHash) {
   gsluhhTable *t = make(65003);
-  for (uint64_t i = 0; i < GSLUHH_WEIGHT_COUNT; ++i) {
-    ASSERT_EQ(t->weights[i], static_cast<uint32_t>(i * i * i)) << i;
-  }
   EXPECT_EQ(t->weights[1626], 3975080u);  // the first to wrap
   EXPECT_EQ(t->weights[9999], 3267617327u);
-  std::string key(GSLUHH_WEIGHT_COUNT + 3, '\1');
-  uint32_t sum = 0;
-  for (uint64_t i = 0; i < key.size(); ++i) sum += static_cast<uint32_t>(i * i * i);
-  EXPECT_EQ(hashOf(t, key.c_str()), sum % 65003);
+  // Past the last weight the cubes go on: the sum of i^3 for i < 10003.
+  EXPECT_EQ(hashOf(t, std::string(GSLUHH_WEIGHT_COUNT + 3, '\1').c_str()), 53618u);
 }
 
 struct HashCase {
@@ -119,8 +110,7 @@ TEST_P(HashValueTest, SumAndBucket) {
 INSTANTIATE_TEST_SUITE_P(Keys, HashValueTest,
                          ::testing::Values(HashCase{"md5", 524, 12}, HashCase{"MD5", 492, 12},
                                            HashCase{"sha", 880, 0}, HashCase{"ssha", 3566, 14},
-                                           HashCase{"a", 0, 0}, HashCase{"x", 0, 0},
-                                           HashCase{"", 0, 0}));
+                                           HashCase{"a", 0, 0}, HashCase{"", 0, 0}));
 
 TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
   gsluhhTable *t = make(65003);
@@ -128,21 +118,15 @@ TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
   EXPECT_EQ(hashOf(t, "\xff" "b"), 98u);
 }
 
-class BucketCountTest : public HashTest,
-                        public ::testing::WithParamInterface<std::pair<uint32_t, uint32_t>> {};
-
-TEST_P(BucketCountTest, RequestsAreCapped) {
-  gsluhhTable *t = nullptr;
-  ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, GetParam().first, &t, 0), GSLUHH_OK);
-  tables_.push_back(t);
-  EXPECT_EQ(t->bucket_count, GetParam().second);
-  EXPECT_EQ(t->buckets[t->bucket_count].head, nullptr);
+TEST_F(HashTest, BucketRequestsAreCapped) {
+  for (auto [requested, count] : {std::pair{0u, 256u}, std::pair{1u, 1u}, std::pair{65004u, 65003u}}) {
+    gsluhhTable *t = nullptr;
+    ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, requested, &t, 0), GSLUHH_OK);
+    tables_.push_back(t);
+    EXPECT_EQ(t->bucket_count, count);
+    EXPECT_EQ(t->buckets[t->bucket_count].head, nullptr);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Requests, BucketCountTest,
-                         ::testing::Values(std::pair{0u, 256u}, std::pair{1u, 1u},
-                                           std::pair{16u, 16u}, std::pair{65004u, 65003u},
-                                           std::pair{70000u, 65003u}));
 
 struct OptionCase {
   int32_t option, value;
@@ -157,11 +141,10 @@ class OptionTest : public HashTest, public ::testing::WithParamInterface<OptionC
 TEST_P(OptionTest, SetsOnlyItsSwitches) {
   const OptionCase &c = GetParam();
   gsluhhTable *t = make();
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LANGCMP, 5, nullptr), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_NOCASE, 1, nullptr), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LOCK_SEARCH, 0, nullptr), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_FREEFUNC, 0, countRelease), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_VALUE_IS_KEY, 7, nullptr), GSLUHH_OK);
+  const std::pair<int32_t, int32_t> away[] = {{GSLUHH_OPT_LANGCMP, 5}, {GSLUHH_OPT_NOCASE, 1},
+                                               {GSLUHH_OPT_LOCK_SEARCH, 0}, {GSLUHH_OPT_FREEFUNC, 0},
+                                               {GSLUHH_OPT_VALUE_IS_KEY, 7}};
+  for (auto [option, value] : away) ASSERT_EQ(gsluhhClntSetHTOptions(t, option, value, countRelease), 0);
   EXPECT_EQ(gsluhhClntSetHTOptions(t, c.option, c.value, countRelease), c.status);
   EXPECT_EQ(std::vector<int32_t>({t->lang_compare, t->nocase, t->value_is_key, t->compare_mode,
                                   t->search_lock}),
@@ -382,9 +365,7 @@ TEST_F(HashTest, DumpsPrintEveryBucketExactly) {
                                "   BUCKET # 4      num_elems: 1 \n(sha:v1)\n\n"
                                "   BUCKET # 5      num_elems: 0 \n\n"
                                "-------------------------------------------\n";
-  std::stringstream got;
-  got << std::ifstream(file).rdbuf();
-  EXPECT_EQ(got.str(), expected);
+  EXPECT_EQ(qtest::readFile(file), expected);
   EXPECT_EQ(gsluhhClntHashTableDump(ctx_, t, (dir.path() + "/no/dir").c_str()), GSLUHH_FAILED);
   EXPECT_EQ(gsluhhClntHashTableDumpinBuff(ctx_, t, nullptr), GSLUHH_FAILED);
   EXPECT_EQ(traceFormats(), Lines{"Error opening o/p file\n"});
