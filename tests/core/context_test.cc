@@ -33,22 +33,16 @@ class ContextTest : public ::testing::Test {
   ScopedEnv env_;
 };
 
-TEST_F(ContextTest, IsASingletonAndANullOutParameterTouchesNothing) {
+TEST_F(ContextTest, IsASingletonUntilShutDownAndANullOutParameterTouchesNothing) {
   EXPECT_EQ(gsluinit(nullptr), GSLU_INIT_NULL_ARG);
   EXPECT_EQ(sgsluugGetContext(), nullptr);
-  gsluctx *first = gsluizgcGetContext();
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(gsluizgcGetContext(), first);
-  gsluctx *again = nullptr;
-  EXPECT_EQ(gsluinit(&again), GSLU_INIT_OK);
-  EXPECT_EQ(again, first);
-  EXPECT_EQ(sgsluzGlobalContext, first);
-  EXPECT_EQ(first->pid, static_cast<uint32_t>(getpid()));
-}
-
-TEST_F(ContextTest, ShutDownClearsPublicationAndIsIdempotentThroughCallback) {
   gsluctx *ctx = gsluizgcGetContext();
   ASSERT_NE(ctx, nullptr);
+  gsluctx *again = nullptr;
+  EXPECT_EQ(gsluinit(&again), GSLU_INIT_OK);
+  EXPECT_EQ(again, ctx);
+  EXPECT_EQ(sgsluzGlobalContext, ctx);
+  EXPECT_EQ(ctx->pid, static_cast<uint32_t>(getpid()));
   EXPECT_EQ(gslushut(ctx), GSLU_INIT_OK);
   EXPECT_EQ(ctx->life_state, static_cast<uint32_t>(GSLU_LIFE_SHUT_DOWN));
   EXPECT_EQ(sgsluzGlobalContext, nullptr);
@@ -124,13 +118,8 @@ TEST_F(ContextTest, MessageDirectoryIsCutAt1023Characters) {
   // the variable names it followed by more characters that must be dropped.
   TempDir tmp;
   std::string dir = tmp.path();
-  while (dir.size() < 1023) {
-    std::size_t room = 1023 - dir.size() - 1;
-    dir += "/" + std::string(std::min<std::size_t>(room, 200), 'd');
-  }
-  ASSERT_EQ(dir.size(), 1023u);
-  std::filesystem::create_directories(dir);
-  std::ofstream(dir + "/ldap.msg") << "2101 cut\n9999 unknown\n";
+  while (dir.size() < 1023) dir += "/" + std::string(std::min<std::size_t>(1022 - dir.size(), 200), 'd');
+  tmp.write(dir.substr(tmp.path().size() + 1) + "/ldap.msg", "2101 cut\n9999 unknown\n");
   env_.set("VSX_LDAP_MESGDIR", dir + "/extra-characters-beyond-the-limit");
   ASSERT_NE(gsluizgcGetContext(), nullptr);
   const char *text = nullptr;
@@ -200,17 +189,13 @@ TEST_F(ContextTest, InstalledLatin1LocaleSetsBothFlags) {
 
 // Every step that can fail: start-up reports it, publishes nothing, leaks
 // nothing (checked by the sanitizer build) and the next attempt succeeds.
-struct StepCase {
-  gslu::StartupStep step;
-  int status;
-};
-
-class StartupStepTest : public ContextTest, public ::testing::WithParamInterface<StepCase> {};
+class StartupStepTest : public ContextTest, public ::testing::WithParamInterface<gslu::StartupStep> {};
 
 TEST_P(StartupStepTest, FailingStepLeavesNothingBehind) {
-  gslu::startupFailStepForTesting(GetParam().step);
+  gslu::startupFailStepForTesting(GetParam());
   gsluctx *ctx = nullptr;
-  EXPECT_EQ(gsluinit(&ctx), GetParam().status);
+  EXPECT_EQ(gsluinit(&ctx), GetParam() == gslu::kStepContextMemory ? GSLU_INIT_NO_MEMORY
+                                                                   : GSLU_INIT_SERVICE_FAILED);
   EXPECT_EQ(ctx, nullptr);
   EXPECT_EQ(sgsluugGetContext(), nullptr);
   EXPECT_NE(gslu::startupDiagnostic()[0], '\0');
@@ -219,19 +204,18 @@ TEST_P(StartupStepTest, FailingStepLeavesNothingBehind) {
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, StartupStepTest,
-    ::testing::Values(StepCase{gslu::kStepLanguageService, 2}, StepCase{gslu::kStepContextMemory, 5},
-                      StepCase{gslu::kStepFirstLock, 2}, StepCase{gslu::kStepLanguages, 2},
-                      StepCase{gslu::kStepThreadService, 2},
-                      StepCase{gslu::kStepResourceManager, 2}, StepCase{gslu::kStepLocks, 2},
-                      StepCase{gslu::kStepMessages, 2}, StepCase{gslu::kStepMessageBind, 2},
-                      StepCase{gslu::kStepSecondLock, 2}, StepCase{gslu::kStepOutputMessages, 2},
-                      StepCase{gslu::kStepFormat, 2}, StepCase{gslu::kStepRegistrySave, 2}));
+    ::testing::Values(gslu::kStepLanguageService, gslu::kStepContextMemory, gslu::kStepFirstLock,
+                      gslu::kStepLanguages, gslu::kStepThreadService, gslu::kStepResourceManager,
+                      gslu::kStepLocks, gslu::kStepMessages, gslu::kStepMessageBind,
+                      gslu::kStepSecondLock, gslu::kStepOutputMessages, gslu::kStepFormat,
+                      gslu::kStepRegistrySave));
 
 TEST_F(ContextTest, RegistryMemoryExhaustedGivesStatus5) {
   gslu::registryFailPrivateAllocAfter(0);
   gsluctx *ctx = nullptr;
-  EXPECT_EQ(gsluinit(&ctx), GSLU_INIT_NO_MEMORY);
+  const int status = gsluinit(&ctx);
   gslu::registryFailPrivateAllocAfter(-1);
+  EXPECT_EQ(status, GSLU_INIT_NO_MEMORY);
 }
 
 TEST_F(ContextTest, ClientHandleRules) {
@@ -288,33 +272,21 @@ TEST_F(ContextTest, ResourceManagerMessagesAreKeptCut) {
   gsluLRMMsgHandler(nullptr, "ignored");
 }
 
+// Each name finds its code, ignoring case; shut-down drops the table.
 TEST_F(ContextTest, PasswordSchemeTableMapsEachNameToItsCode) {
   gsluctx *ctx = gsluizgcGetContext();
   ASSERT_NE(ctx, nullptr);
-  ASSERT_NE(ctx->password_schemes, nullptr);
-  const std::vector<int32_t> codes(std::begin(ctx->password_codes), std::end(ctx->password_codes));
-  EXPECT_EQ(codes, (std::vector<int32_t>{7001, 7002, 7003, 7004, 7005, 7006, 7011, 7012, 7013,
-                                         7014, 7015, 7016, 7017}));
   EXPECT_EQ(gsluhhClntGetNumElements(ctx->password_schemes), gslu::kPasswordSchemeCount);
   for (std::size_t i = 0; i < gslu::kPasswordSchemeCount; ++i) {
     void *value = nullptr;
-    EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, gslu::kPasswordSchemes[i].name, &value),
-              GSLUHH_OK);
+    EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, gslu::kPasswordSchemes[i].name, &value), 0);
     EXPECT_EQ(value, &ctx->password_codes[i]) << gslu::kPasswordSchemes[i].name;
   }
   void *value = nullptr;
-  EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, "SSHA512", &value), GSLUHH_OK);
-  EXPECT_EQ(value, &ctx->password_codes[11]);
+  EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, "ssha512", &value), GSLUHH_OK);
   EXPECT_EQ(*static_cast<int32_t *>(value), 7016);
   EXPECT_EQ(gslushut(ctx), GSLU_INIT_OK);
   EXPECT_EQ(ctx->password_schemes, nullptr);
-}
-
-int g_allocations_left = -1;
-void *failingMalloc(gsluctx *, uint32_t size) {
-  if (g_allocations_left == 0) return nullptr;
-  --g_allocations_left;
-  return std::malloc(size);
 }
 
 // The table's record, weights and buckets, then one element per name: each
@@ -323,11 +295,12 @@ TEST_F(ContextTest, PasswordSchemeFailureLeavesTheContextPublishedDeliberately) 
   constexpr int kAllocations = 3 + static_cast<int>(gslu::kPasswordSchemeCount);
   for (int n = 0; n <= kAllocations; ++n) {
     qtest::dropContext();
-    g_allocations_left = n;
-    gslu::startupMallocHookForTesting(failingMalloc);
+    qtest::RecordingAllocator::allocations_left = n;
+    gslu::startupMallocHookForTesting(qtest::RecordingAllocator::malloc);
     gsluctx *ctx = reinterpret_cast<gsluctx *>(&n);
     const int status = gsluinit(&ctx);
     gslu::startupMallocHookForTesting(nullptr);
+    qtest::RecordingAllocator::allocations_left = -1;
     gsluctx *published = sgsluugGetContext();
     ASSERT_NE(published, nullptr) << n;
     ASSERT_EQ(gslumsSetHooks(published, nullptr, nullptr, nullptr, nullptr), GSLUM_OK);
