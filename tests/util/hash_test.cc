@@ -80,37 +80,24 @@ uint32_t hashOf(gsluhhTable *t, const char *key) {
   return gsluhhClntHashFunc(t, key, &position);
 }
 
-TEST_F(HashTest, WeightsAreCubesModulo2To32AndLongKeysStillHash) {
-  gsluhhTable *t = make(65003);
-  EXPECT_EQ(t->weights[1626], 3975080u);  // the first to wrap
-  EXPECT_EQ(t->weights[9999], 3267617327u);
-  // Past the last weight the cubes go on: the sum of i^3 for i < 10003.
-  EXPECT_EQ(hashOf(t, std::string(GSLUHH_WEIGHT_COUNT + 3, '\1').c_str()), 53618u);
-}
-
-struct HashCase {
-  const char *key;
-  uint32_t sum, bucket16;
-};
-
-class HashValueTest : public HashTest, public ::testing::WithParamInterface<HashCase> {};
-
-// A table of 65003 buckets shows the sum itself for these short keys.
-TEST_P(HashValueTest, SumAndBucket) {
-  const HashCase &c = GetParam();
-  for (auto [buckets, expected] :
-       {std::pair{65003u, c.sum}, std::pair{16u, c.bucket16}, std::pair{7u, c.sum % 7}}) {
-    gsluhhTable *t = make(buckets);
+// Keys hash to the sum of their bytes weighted by the cube of their
+// position, modulo 2^32 and then the bucket count.
+TEST_F(HashTest, SumsOfBytesWeightedByCubedPositions) {
+  gsluhhTable *t65003 = make(65003), *t16 = make(16), *t7 = make(7);
+  const struct { const char *key; uint32_t sum, bucket16; } cases[] = {
+      {"md5", 524, 12}, {"MD5", 492, 12}, {"sha", 880, 0}, {"ssha", 3566, 14}, {"a", 0, 0}, {"", 0, 0}};
+  for (const auto &c : cases) {
     uint32_t position = 0;
-    EXPECT_EQ(gsluhhClntHashFunc(t, c.key, &position), expected) << buckets;
+    EXPECT_EQ(gsluhhClntHashFunc(t65003, c.key, &position), c.sum) << c.key;
     EXPECT_EQ(position, std::string(c.key).size());
+    EXPECT_EQ(hashOf(t16, c.key), c.bucket16) << c.key;
+    EXPECT_EQ(hashOf(t7, c.key), c.sum % 7) << c.key;
   }
+  EXPECT_EQ(t65003->weights[1626], 3975080u);  // the first cube to wrap
+  EXPECT_EQ(t65003->weights[9999], 3267617327u);
+  // Past the last weight the cubes go on: the sum of i^3 for i < 10003.
+  EXPECT_EQ(hashOf(t65003, std::string(GSLUHH_WEIGHT_COUNT + 3, '\1').c_str()), 53618u);
 }
-
-INSTANTIATE_TEST_SUITE_P(Keys, HashValueTest,
-                         ::testing::Values(HashCase{"md5", 524, 12}, HashCase{"MD5", 492, 12},
-                                           HashCase{"sha", 880, 0}, HashCase{"ssha", 3566, 14},
-                                           HashCase{"a", 0, 0}, HashCase{"", 0, 0}));
 
 TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
   gsluhhTable *t = make(65003);
