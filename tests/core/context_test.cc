@@ -42,6 +42,7 @@ TEST_F(ContextTest, IsASingletonUntilShutDownAndANullOutParameterTouchesNothing)
   EXPECT_EQ(gsluinit(&again), GSLU_INIT_OK);
   EXPECT_EQ(again, ctx);
   EXPECT_EQ(sgsluzGlobalContext, ctx);
+  EXPECT_EQ(ctx->life_state, static_cast<uint32_t>(GSLU_LIFE_ALIVE));
   EXPECT_EQ(ctx->pid, static_cast<uint32_t>(getpid()));
   EXPECT_EQ(gslushut(ctx), GSLU_INIT_OK);
   EXPECT_EQ(ctx->life_state, static_cast<uint32_t>(GSLU_LIFE_SHUT_DOWN));
