@@ -2,13 +2,7 @@
 // the log file's name, time stamp, re-creation and absence.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include "core/context_internal.h"
 #include "core/output.h"
@@ -89,15 +83,12 @@ TEST_P(DecisionTest, DecidesWhetherLineIsWanted) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Switches, DecisionTest,
-                         ::testing::Values(DecisionCase{0x4000, 0, 0x4000, true},
+                         ::testing::Values(DecisionCase{2, 0, 0x4000, true},
                                            DecisionCase{0x4000, 0, 0x7fffffff, true},
-                                           DecisionCase{0x4000, 0, 1, false},
                                            DecisionCase{0x4001, 0, 1, false},
                                            DecisionCase{0x4001, 1, 1, true},
                                            DecisionCase{1, 1, 2, false},
-                                           DecisionCase{2, 0, 0x4000, true},
                                            DecisionCase{0, 1, 0x4000, false},
-                                           DecisionCase{0, 0, 0x7fffffff, false},
                                            DecisionCase{0x4000, 0, 0x4001, false},
                                            DecisionCase{0x4000, 1, 0x4001, true}));
 
@@ -135,36 +126,29 @@ TEST_F(LogTest, ErrorLineCreatesTimeStampedLogFile) {
   const int32_t n = 7;
   EXPECT_EQ(gslutcTrace(0x4000, "error %d in %s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING, "o=ex", 0), 0u);
   EXPECT_EQ(gslu::trace(ctx_, 1, "%s\n", "not wanted"), 0u);
-  const std::string text = log();
-  ASSERT_GT(text.size(), kStampSize) << text;
-  EXPECT_TRUE(isLocalTime(text.substr(0, kStampSize))) << text;
-  EXPECT_EQ(text.substr(kStampSize), " * error 7 in o=ex\n");
+  EXPECT_EQ(gslufdDebug(ctx_, GSLUF_DEBUG_LOG, "value=%s\n", GSLUF_ARG_STRING, nullptr, 0), 0);
+  EXPECT_EQ(gsluffFLog(ctx_, 0x4000, "100% done %d\n"), 0);  // text, not a format
+  // Every line: a local time, " * " and the text; nothing else.
+  std::istringstream text(log());
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) {
+    EXPECT_TRUE(isLocalTime(line.substr(0, kStampSize))) << line;
+    lines.push_back(line.substr(std::min(line.size(), kStampSize)));
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{" * error 7 in o=ex", " * value=<null arg>",
+                                             " * 100% done %d"}));
   EXPECT_NE(ctx_->log_stamp_format, nullptr);
 }
 
-TEST_F(LogTest, NullStringPlaceholderAndPercentInText) {
-  EXPECT_EQ(gslufdDebug(ctx_, GSLUF_DEBUG_LOG, "value=%s\n", GSLUF_ARG_STRING, nullptr, 0), 0);
-  EXPECT_EQ(gsluffFLog(ctx_, 0x4000, "100% done %d\n"), 0);  // text, not a format
-  const std::string text = log();
-  EXPECT_NE(text.find(" * value=<null arg>\n"), std::string::npos) << text;
-  EXPECT_NE(text.find(" * 100% done %d\n"), std::string::npos) << text;
-}
-
-TEST_F(LogTest, DeletedLogFileIsRecreated) {
+TEST_F(LogTest, ExistingLogFileIsAppendedToAndADeletedOneRecreated) {
+  std::ofstream(logPath()) << "earlier\n";
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "first"), 0u);
+  EXPECT_EQ(log().rfind("earlier\n", 0), 0u);
+  EXPECT_NE(log().find(" * first\n"), std::string::npos);
   ASSERT_TRUE(std::filesystem::remove(logPath()));
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "second"), 0u);
-  const std::string text = log();
-  EXPECT_EQ(text.find("first"), std::string::npos);
-  EXPECT_NE(text.find(" * second\n"), std::string::npos);
-}
-
-TEST_F(LogTest, ExistingLogFileIsAppendedTo) {
-  std::ofstream(logPath()) << "earlier\n";
-  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "later"), 0u);
-  const std::string text = log();
-  EXPECT_EQ(text.rfind("earlier\n", 0), 0u);
-  EXPECT_NE(text.find(" * later\n"), std::string::npos);
+  EXPECT_EQ(log().find("first"), std::string::npos);
+  EXPECT_NE(log().find(" * second\n"), std::string::npos);
 }
 
 TEST_F(LogTest, UnsetHomeDropsLine) {
@@ -221,16 +205,9 @@ TEST_P(LogNameTest, ComponentChoosesFileName) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, LogNameTest,
-                         ::testing::Values(NameCase{0, 0, "qdrldapd00s<pid>.log"},
-                                           NameCase{0, 3, "qdrldapd03s<pid>.log"},
-                                           NameCase{4, 5, "qdrctl05.log"},
+                         ::testing::Values(NameCase{0, 3, "qdrldapd03s<pid>.log"},
                                            NameCase{7, 12, "pzksrv12.log"},
                                            NameCase{8, 1, "pzksrv01s<pid>.log"},
-                                           NameCase{9, 0, "farsync.log"},
-                                           NameCase{11, 0, "massedit.log"},
-                                           NameCase{12, 0, "massimport.log"},
-                                           NameCase{13, 0, "textdump.log"},
-                                           NameCase{14, 0, "indexer.log"},
                                            NameCase{15, 0, "masspurge.log"},
                                            NameCase{16, 0, ""},
                                            NameCase{200, 0, "qdrldapd00s<pid>.log"}),

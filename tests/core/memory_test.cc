@@ -4,49 +4,36 @@
 
 #include <malloc.h>
 
-#include <vector>
-
 #include "core/context_internal.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
-// Records which function ran and the context it was handed.
-struct Call {
-  const char *what;
-  gsluctx *ctx;
-  uint32_t size;
-};
-std::vector<Call> g_calls;
+// Each call as "function context size", the context named "ctx" when it is
+// the process-wide one and "null" when null.
+std::vector<std::string> g_calls;
 alignas(16) unsigned char g_block[64];
 
-void *tableAlloc(gsluctx *ctx, void *, uint32_t size) {
-  g_calls.push_back({"table-malloc", ctx, size});
+void *record(const char *what, gsluctx *ctx, uint32_t size) {
+  const char *who = ctx == nullptr ? "null" : ctx == gsluizgcGetContext() ? "ctx" : "other";
+  g_calls.push_back(std::string(what) + " " + who + " " + std::to_string(size));
   return g_block;
 }
+void *tableAlloc(gsluctx *ctx, void *, uint32_t size) { return record("table-malloc", ctx, size); }
 void *tableCalloc(gsluctx *ctx, void *, uint32_t, uint32_t size, const gsluMemCallbacks *) {
-  g_calls.push_back({"table-calloc", ctx, size});
-  return g_block;
+  return record("table-calloc", ctx, size);
 }
 void *tableRealloc(gsluctx *ctx, void *, uint32_t size, void *, uint32_t, const gsluMemCallbacks *) {
-  g_calls.push_back({"table-realloc", ctx, size});
-  return g_block;
+  return record("table-realloc", ctx, size);
 }
-void tableFree(gsluctx *ctx, void *, void *) { g_calls.push_back({"table-free", ctx, 0}); }
+void tableFree(gsluctx *ctx, void *, void *) { record("table-free", ctx, 0); }
 
-void *hookMalloc(gsluctx *ctx, uint32_t size) {
-  g_calls.push_back({"hook-malloc", ctx, size});
-  return g_block;
-}
-void *hookCalloc(gsluctx *ctx, uint32_t, uint32_t size) {
-  g_calls.push_back({"hook-calloc", ctx, size});
-  return g_block;
-}
+void *hookMalloc(gsluctx *ctx, uint32_t size) { return record("hook-malloc", ctx, size); }
+void *hookCalloc(gsluctx *ctx, uint32_t, uint32_t size) { return record("hook-calloc", ctx, size); }
 void *hookRealloc(gsluctx *ctx, uint32_t size, void *, uint32_t) {
-  g_calls.push_back({"hook-realloc", ctx, size});
-  return g_block;
+  return record("hook-realloc", ctx, size);
 }
-void hookFree(gsluctx *ctx, void *) { g_calls.push_back({"hook-free", ctx, 0}); }
+void hookFree(gsluctx *ctx, void *) { record("hook-free", ctx, 0); }
 
 class MemoryTest : public ::testing::Test {
  protected:
@@ -59,67 +46,38 @@ class MemoryTest : public ::testing::Test {
     ctx_->mem_table = nullptr;
     (void)gslumsSetHooks(ctx_, nullptr, nullptr, nullptr, nullptr);
   }
-  // Runs the four operations, passing `arg` as the context.
-  void runAll(gsluctx *arg) {
-    (void)gslummMalloc(arg, 5);
-    (void)gslumcCalloc(arg, 2, 6);
-    (void)gslumrRealloc(arg, 7, g_block, 3);
-    (void)gslumfFree(arg, g_block);
-  }
   gsluctx *ctx_ = nullptr;
 };
 
-TEST_F(MemoryTest, CompleteTableWinsAndGetsTheResolvedContext) {
-  static const gsluMemCallbacks table{tableAlloc, tableCalloc, tableRealloc, tableFree, nullptr};
-  ctx_->mem_table = &table;
-  ASSERT_EQ(gslumsSetHooks(ctx_, hookMalloc, hookCalloc, hookRealloc, hookFree), GSLUM_OK);
-  runAll(nullptr);
-  ASSERT_EQ(g_calls.size(), 4u);
-  const char *expected[] = {"table-malloc", "table-calloc", "table-realloc", "table-free"};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_STREQ(g_calls[i].what, expected[i]);
-    EXPECT_EQ(g_calls[i].ctx, ctx_);
-  }
-  EXPECT_EQ(g_calls[0].size, 5u) << "callbacks receive sizes unrounded";
-}
-
 // A table missing any one memory callback is ignored for all four
-// operations; the hooks serve instead.
-class PartialTableTest : public MemoryTest, public ::testing::WithParamInterface<int> {};
-
-TEST_P(PartialTableTest, IsIgnoredEntirely) {
-  gsluMemCallbacks table{tableAlloc, tableCalloc, tableRealloc, tableFree, nullptr};
-  switch (GetParam()) {
-    case 0: table.allocate = nullptr; break;
-    case 1: table.allocate_zeroed = nullptr; break;
-    case 2: table.reallocate = nullptr; break;
-    default: table.release = nullptr; break;
+// operations and the hooks serve instead. A table gets the resolved context
+// and unrounded sizes; of the hooks, zeroing and resizing get the caller's
+// argument as given (here null).
+TEST_F(MemoryTest, CompleteTableWinsAndHooksReceiveTheContextsStated) {
+  ASSERT_EQ(gslumsSetHooks(ctx_, hookMalloc, hookCalloc, hookRealloc, hookFree), GSLUM_OK);
+  const std::vector<std::string> table_calls = {"table-malloc ctx 5", "table-calloc ctx 6",
+                                                "table-realloc ctx 7", "table-free ctx 0"};
+  const std::vector<std::string> hook_calls = {"hook-malloc ctx 5", "hook-calloc null 6",
+                                               "hook-realloc null 7", "hook-free ctx 0"};
+  for (int missing = -1; missing <= 4; ++missing) {  // -1: no table at all; 4: none missing
+    gsluMemCallbacks table{tableAlloc, tableCalloc, tableRealloc, tableFree, nullptr};
+    if (missing == 0) table.allocate = nullptr;
+    if (missing == 1) table.allocate_zeroed = nullptr;
+    if (missing == 2) table.reallocate = nullptr;
+    if (missing == 3) table.release = nullptr;
+    ctx_->mem_table = missing < 0 ? nullptr : &table;
+    g_calls.clear();
+    (void)gslummMalloc(nullptr, 5);
+    (void)gslumcCalloc(nullptr, 2, 6);
+    (void)gslumrRealloc(nullptr, 7, g_block, 3);
+    (void)gslumfFree(nullptr, g_block);
+    EXPECT_EQ(g_calls, missing == 4 ? table_calls : hook_calls) << "missing " << missing;
   }
-  ctx_->mem_table = &table;
-  ASSERT_EQ(gslumsSetHooks(ctx_, hookMalloc, hookCalloc, hookRealloc, hookFree), GSLUM_OK);
-  runAll(ctx_);
-  ASSERT_EQ(g_calls.size(), 4u);
-  for (const Call &c : g_calls) EXPECT_EQ(std::string(c.what).rfind("hook-", 0), 0u) << c.what;
-}
-
-INSTANTIATE_TEST_SUITE_P(MissingCallback, PartialTableTest, ::testing::Values(0, 1, 2, 3));
-
-TEST_F(MemoryTest, HooksReceiveTheContextsStated) {
-  ASSERT_EQ(gslumsSetHooks(ctx_, hookMalloc, hookCalloc, hookRealloc, hookFree), GSLUM_OK);
-  runAll(nullptr);
-  ASSERT_EQ(g_calls.size(), 4u);
-  // allocate and free: the resolved context; zeroing and resizing: the
-  // caller's argument as given, here null.
-  EXPECT_EQ(g_calls[0].ctx, ctx_);
-  EXPECT_EQ(g_calls[1].ctx, nullptr);
-  EXPECT_EQ(g_calls[2].ctx, nullptr);
-  EXPECT_EQ(g_calls[3].ctx, ctx_);
 }
 
 TEST_F(MemoryTest, EachHookIsUsedByItself) {
   ASSERT_EQ(gslumsSetHooks(ctx_, hookMalloc, nullptr, nullptr, nullptr), GSLUM_OK);
-  void *p = gslummMalloc(ctx_, 4);
-  EXPECT_EQ(p, g_block);
+  EXPECT_EQ(gslummMalloc(ctx_, 4), g_block);
   void *q = gslumcCalloc(ctx_, 1, 4);  // the C library
   ASSERT_NE(q, nullptr);
   EXPECT_EQ(gslumfFree(ctx_, q), GSLUM_OK);
@@ -135,6 +93,7 @@ TEST_F(MemoryTest, ZeroSizesAndNullBlocks) {
   EXPECT_TRUE(g_calls.empty()) << "nothing may be called for these";
   void *null_block = nullptr;
   EXPECT_EQ(gslucfFree(ctx_, &null_block), GSLUM_NULL_BLOCK);
+  EXPECT_EQ(gslumdDummyCalloc(ctx_, 1, 8), nullptr);  // no memory manager, no tagged blocks
 }
 
 TEST_F(MemoryTest, CallbackFormsReportExhaustion) {
@@ -155,25 +114,17 @@ TEST_F(MemoryTest, ResizeToZeroLeavesTheBlockWithTheCaller) {
 }
 
 TEST_F(MemoryTest, CLibraryRequestsAreRoundedToEightBytes) {
-  struct Case {
-    uint32_t size;
-    std::size_t reserved;
-  };
-  for (const Case &c : {Case{1, 8}, Case{8, 8}, Case{9, 16}, Case{17, 24}}) {
-    void *p = gslummMalloc(ctx_, c.size);
+  for (auto [size, reserved] : {std::pair{1u, 8u}, {8u, 8u}, {9u, 16u}, {17u, 24u}}) {
+    void *p = gslummMalloc(ctx_, size);
     ASSERT_NE(p, nullptr);
 #if defined(__SANITIZE_ADDRESS__)
     // The sanitizer's allocator reports exactly the size requested of it.
-    EXPECT_EQ(malloc_usable_size(p), c.reserved) << c.size;
+    EXPECT_EQ(malloc_usable_size(p), reserved) << size;
 #else
-    EXPECT_GE(malloc_usable_size(p), c.reserved) << c.size;
+    EXPECT_GE(malloc_usable_size(p), reserved) << size;
 #endif
     EXPECT_EQ(gslumfFree(ctx_, p), GSLUM_OK);
   }
-}
-
-TEST_F(MemoryTest, NoMemoryManagerMeansNoTaggedBlocks) {
-  EXPECT_EQ(gslumdDummyCalloc(ctx_, 1, 8), nullptr);
 }
 
 }  // namespace

@@ -4,20 +4,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <vector>
 
 #include "core/context_internal.h"
 #include "core/convert.h"
-#include "core/messages.h"
 #include "core/output.h"
 #include "core/output_internal.h"
 #include "tests/support/test_support.h"
@@ -51,29 +44,25 @@ class Redirect {
 std::string drain(int fd) {
   std::string out;
   char buf[65536];
-  for (;;) {
-    const ssize_t n = read(fd, buf, sizeof buf);
-    if (n <= 0) break;
-    out.append(buf, static_cast<std::size_t>(n));
-  }
+  for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;) out.append(buf, static_cast<std::size_t>(n));
   return out;
 }
 
+// A pipe whose read end never blocks and that holds the large cases.
 struct Pipe {
   int read_end = -1;
   int write_end = -1;
   Pipe() {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) == 0) {
-      read_end = fds[0];
-      write_end = fds[1];
-      fcntl(read_end, F_SETFL, O_NONBLOCK);
-      fcntl(write_end, F_SETPIPE_SZ, 1 << 20);  // room for the large cases
-    }
+    if (pipe2(fds, O_CLOEXEC) != 0) return;
+    read_end = fds[0];
+    write_end = fds[1];
+    fcntl(read_end, F_SETFL, O_NONBLOCK);
+    fcntl(write_end, F_SETPIPE_SZ, 1 << 20);
   }
-  ~Pipe() {
-    if (read_end >= 0) close(read_end);
-    if (write_end >= 0) close(write_end);
+  ~Pipe() {  // an end closed early is -1 here, which close ignores
+    close(read_end);
+    close(write_end);
   }
 };
 
@@ -115,8 +104,6 @@ struct PieceCase {
   std::string text;
   std::string expected;
 };
-
-void PrintTo(const PieceCase &c, std::ostream *os) { *os << c.name; }
 
 std::string repeat(char c, std::size_t n) { return std::string(n, c); }
 
@@ -165,8 +152,6 @@ struct RetryCase {
   std::vector<std::string> expected;
 };
 
-void PrintTo(const RetryCase &c, std::ostream *os) { *os << c.length << " bytes"; }
-
 class RetryTest : public OutputTest, public ::testing::WithParamInterface<RetryCase> {};
 
 TEST_P(RetryTest, FirstHeapRetryKeepsLimitThenDoublesDeliberately) {
@@ -185,7 +170,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         RetryCase{32767, {}},
         RetryCase{32768, {"malloc 65536", "realloc 65536 32768", "free"}},
-        RetryCase{40000, {"malloc 65536", "realloc 65536 32768", "free"}},
         RetryCase{70000, {"malloc 65536", "realloc 65536 32768", "realloc 131072 65536", "free"}}));
 
 // ---- Formatting failures -------------------------------------------------------------
@@ -295,12 +279,6 @@ TEST_F(OutputTest, ClosedPipeGivesWriteFailureRememberedUntilClose) {
   std::signal(SIGPIPE, previous);
 }
 
-TEST_F(OutputTest, CatalogueExplainsIncompleteOutput) {
-  const char *text = nullptr;
-  EXPECT_EQ(gslusgmGetMessage(ctx_, GSLUSGM_STDOUT_INCOMPLETE, &text, nullptr), GSLUSGM_OK);
-  EXPECT_NE(std::string(text).find("standard output"), std::string::npos);
-}
-
 // exit() without gslufcsCloseStdout still delivers what was buffered.
 TEST_F(OutputTest, BufferedOutputReachesPipeAtExit) {
   Pipe out;
@@ -319,7 +297,5 @@ TEST_F(OutputTest, BufferedOutputReachesPipeAtExit) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(drain(out.read_end), "from the child\n");
 }
-
-// ---- Streams and files ------------------------------------------------------------------
 
 }  // namespace

@@ -6,14 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <latch>
 #include <mutex>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "core/context_internal.h"
 #include "core/output.h"
@@ -84,43 +80,24 @@ uint32_t hashOf(gsluhhTable *t, const char *key) {
   return gsluhhClntHashFunc(t, key, &position);
 }
 
-TEST_F(HashTest, WeightsAreCubesModulo2To32AndLongKeysStillHash) {
-  gsluhhTable *t = make(65003);
-  for (uint64_t i = 0; i < GSLUHH_WEIGHT_COUNT; ++i) {
-    ASSERT_EQ(t->weights[i], static_cast<uint32_t>(i * i * i)) << i;
-  }
-  EXPECT_EQ(t->weights[1626], 3975080u);  // the first to wrap
-  EXPECT_EQ(t->weights[9999], 3267617327u);
-  std::string key(GSLUHH_WEIGHT_COUNT + 3, '\1');
-  uint32_t sum = 0;
-  for (uint64_t i = 0; i < key.size(); ++i) sum += static_cast<uint32_t>(i * i * i);
-  EXPECT_EQ(hashOf(t, key.c_str()), sum % 65003);
-}
-
-struct HashCase {
-  const char *key;
-  uint32_t sum, bucket16;
-};
-
-class HashValueTest : public HashTest, public ::testing::WithParamInterface<HashCase> {};
-
-// A table of 65003 buckets shows the sum itself for these short keys.
-TEST_P(HashValueTest, SumAndBucket) {
-  const HashCase &c = GetParam();
-  for (auto [buckets, expected] :
-       {std::pair{65003u, c.sum}, std::pair{16u, c.bucket16}, std::pair{7u, c.sum % 7}}) {
-    gsluhhTable *t = make(buckets);
+// Keys hash to the sum of their bytes weighted by the cube of their
+// position, modulo 2^32 and then the bucket count.
+TEST_F(HashTest, SumsOfBytesWeightedByCubedPositions) {
+  gsluhhTable *t65003 = make(65003), *t16 = make(16), *t7 = make(7);
+  const struct { const char *key; uint32_t sum, bucket16; } cases[] = {
+      {"md5", 524, 12}, {"MD5", 492, 12}, {"sha", 880, 0}, {"ssha", 3566, 14}, {"a", 0, 0}, {"", 0, 0}};
+  for (const auto &c : cases) {
     uint32_t position = 0;
-    EXPECT_EQ(gsluhhClntHashFunc(t, c.key, &position), expected) << buckets;
+    EXPECT_EQ(gsluhhClntHashFunc(t65003, c.key, &position), c.sum) << c.key;
     EXPECT_EQ(position, std::string(c.key).size());
+    EXPECT_EQ(hashOf(t16, c.key), c.bucket16) << c.key;
+    EXPECT_EQ(hashOf(t7, c.key), c.sum % 7) << c.key;
   }
+  EXPECT_EQ(t65003->weights[1626], 3975080u);  // the first cube to wrap
+  EXPECT_EQ(t65003->weights[9999], 3267617327u);
+  // Past the last weight the cubes go on: the sum of i^3 for i < 10003.
+  EXPECT_EQ(hashOf(t65003, std::string(GSLUHH_WEIGHT_COUNT + 3, '\1').c_str()), 53618u);
 }
-
-INSTANTIATE_TEST_SUITE_P(Keys, HashValueTest,
-                         ::testing::Values(HashCase{"md5", 524, 12}, HashCase{"MD5", 492, 12},
-                                           HashCase{"sha", 880, 0}, HashCase{"ssha", 3566, 14},
-                                           HashCase{"a", 0, 0}, HashCase{"x", 0, 0},
-                                           HashCase{"", 0, 0}));
 
 TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
   gsluhhTable *t = make(65003);
@@ -128,21 +105,15 @@ TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
   EXPECT_EQ(hashOf(t, "\xff" "b"), 98u);
 }
 
-class BucketCountTest : public HashTest,
-                        public ::testing::WithParamInterface<std::pair<uint32_t, uint32_t>> {};
-
-TEST_P(BucketCountTest, RequestsAreCapped) {
-  gsluhhTable *t = nullptr;
-  ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, GetParam().first, &t, 0), GSLUHH_OK);
-  tables_.push_back(t);
-  EXPECT_EQ(t->bucket_count, GetParam().second);
-  EXPECT_EQ(t->buckets[t->bucket_count].head, nullptr);
+TEST_F(HashTest, BucketRequestsAreCapped) {
+  for (auto [requested, count] : {std::pair{0u, 256u}, std::pair{1u, 1u}, std::pair{65004u, 65003u}}) {
+    gsluhhTable *t = nullptr;
+    ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, requested, &t, 0), GSLUHH_OK);
+    tables_.push_back(t);
+    EXPECT_EQ(t->bucket_count, count);
+    EXPECT_EQ(t->buckets[t->bucket_count].head, nullptr);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Requests, BucketCountTest,
-                         ::testing::Values(std::pair{0u, 256u}, std::pair{1u, 1u},
-                                           std::pair{16u, 16u}, std::pair{65004u, 65003u},
-                                           std::pair{70000u, 65003u}));
 
 struct OptionCase {
   int32_t option, value;
@@ -157,11 +128,10 @@ class OptionTest : public HashTest, public ::testing::WithParamInterface<OptionC
 TEST_P(OptionTest, SetsOnlyItsSwitches) {
   const OptionCase &c = GetParam();
   gsluhhTable *t = make();
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LANGCMP, 5, nullptr), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_NOCASE, 1, nullptr), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_LOCK_SEARCH, 0, nullptr), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_FREEFUNC, 0, countRelease), GSLUHH_OK);
-  ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_VALUE_IS_KEY, 7, nullptr), GSLUHH_OK);
+  const std::pair<int32_t, int32_t> away[] = {{GSLUHH_OPT_LANGCMP, 5}, {GSLUHH_OPT_NOCASE, 1},
+                                               {GSLUHH_OPT_LOCK_SEARCH, 0}, {GSLUHH_OPT_FREEFUNC, 0},
+                                               {GSLUHH_OPT_VALUE_IS_KEY, 7}};
+  for (auto [option, value] : away) ASSERT_EQ(gsluhhClntSetHTOptions(t, option, value, countRelease), 0);
   EXPECT_EQ(gsluhhClntSetHTOptions(t, c.option, c.value, countRelease), c.status);
   EXPECT_EQ(std::vector<int32_t>({t->lang_compare, t->nocase, t->value_is_key, t->compare_mode,
                                   t->search_lock}),
@@ -382,9 +352,7 @@ TEST_F(HashTest, DumpsPrintEveryBucketExactly) {
                                "   BUCKET # 4      num_elems: 1 \n(sha:v1)\n\n"
                                "   BUCKET # 5      num_elems: 0 \n\n"
                                "-------------------------------------------\n";
-  std::stringstream got;
-  got << std::ifstream(file).rdbuf();
-  EXPECT_EQ(got.str(), expected);
+  EXPECT_EQ(qtest::readFile(file), expected);
   EXPECT_EQ(gsluhhClntHashTableDump(ctx_, t, (dir.path() + "/no/dir").c_str()), GSLUHH_FAILED);
   EXPECT_EQ(gsluhhClntHashTableDumpinBuff(ctx_, t, nullptr), GSLUHH_FAILED);
   EXPECT_EQ(traceFormats(), Lines{"Error opening o/p file\n"});

@@ -14,13 +14,17 @@ struct Frame {
   int state;
   void *next;
 };
-constexpr uint64_t kLinkOffset = offsetof(Frame, next);
+
+std::vector<int> g_released;
+int releaseFrame(gsluctx *, void *element) {
+  g_released.push_back(static_cast<Frame *>(element)->state);
+  return 0;
+}
 
 class StackTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(gslulstcCreateStack(nullptr, kLinkOffset, &stack_), GSLULS_OK);
-    ASSERT_NE(stack_, nullptr);
+    ASSERT_EQ(gslulstcCreateStack(nullptr, offsetof(Frame, next), &stack_), GSLULS_OK);
   }
   void TearDown() override {
     if (stack_ != nullptr) {
@@ -47,12 +51,9 @@ TEST_F(StackTest, PopsInReverseOrderOfPushes) {
     void *popped = nullptr;
     ASSERT_EQ(gslulstpoPop(nullptr, stack_, &popped), GSLULS_OK);
     EXPECT_EQ(static_cast<Frame *>(popped)->state, want);
-    EXPECT_EQ(static_cast<Frame *>(popped)->next, nullptr);
+    EXPECT_EQ(static_cast<Frame *>(popped)->next, nullptr);  // free to be pushed again
   }
   EXPECT_EQ(size(), 0u);
-  // Popped frames are free again.
-  EXPECT_EQ(gslulstpuPush(nullptr, stack_, &frames_[0]), GSLULST_OK);
-  EXPECT_EQ(size(), 1u);
 }
 
 TEST_F(StackTest, EmptyStackGivesFiveWhereListLastElementGivesFour) {
@@ -69,32 +70,19 @@ TEST_F(StackTest, EmptyStackGivesFiveWhereListLastElementGivesFour) {
   EXPECT_EQ(size(), 1u);  // nothing was taken off
 }
 
+// The failed adds leave the stack as it was, which destruction shows,
+// releasing bottom first.
 TEST_F(StackTest, PushReportsSuccessEvenWhenTheAddFails) {
   ASSERT_EQ(gslulstpuPush(nullptr, stack_, &frames_[0]), GSLULST_OK);
   ASSERT_EQ(gslulstpuPush(nullptr, stack_, &frames_[1]), GSLULST_OK);
-  // frames_[0] is still linked (to frames_[1]).
-  EXPECT_EQ(gslulstpuPush(nullptr, stack_, &frames_[0]), GSLULST_OK);
+  EXPECT_EQ(gslulstpuPush(nullptr, stack_, &frames_[0]), GSLULST_OK);  // still linked
   EXPECT_EQ(gslulstpuPush(nullptr, stack_, nullptr), GSLULST_OK);
   EXPECT_EQ(gslulstpuPush(nullptr, nullptr, &frames_[2]), GSLULST_OK);
-  EXPECT_EQ(size(), 2u);
   EXPECT_EQ(frames_[2].next, nullptr);
-  void *top = nullptr;
-  ASSERT_EQ(gslulsttTop(nullptr, stack_, &top), GSLULS_OK);
-  EXPECT_EQ(top, &frames_[1]);
-}
-
-std::vector<int> g_released;
-int releaseFrame(gsluctx *, void *element) {
-  g_released.push_back(static_cast<Frame *>(element)->state);
-  return 0;
-}
-
-TEST_F(StackTest, DestroyReleasesBottomFirst) {
-  for (Frame &f : frames_) ASSERT_EQ(gslulstpuPush(nullptr, stack_, &f), GSLULST_OK);
   g_released.clear();
   ASSERT_EQ(gsluldstDestroyStack(nullptr, stack_, releaseFrame), GSLULS_OK);
   stack_ = nullptr;
-  EXPECT_EQ(g_released, (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(g_released, (std::vector<int>{1, 2}));
 }
 
 }  // namespace
