@@ -318,11 +318,11 @@ TEST(ReaderMachineTest, TextFailureLeavesNoTextBehind) {
     qtest::FailingAllocator allocator;
     ASSERT_EQ(sax_characters(&m, "old", 3), GSLXDV_OK);
     m.base64 = 1;
-    allocator.failAfter(c.allocations);
+    allocator.budget = c.allocations;
     EXPECT_EQ(sax_characters(&m, c.text, std::strlen(c.text)), c.status) << c.text;
     EXPECT_EQ(m.text, nullptr);
     EXPECT_EQ(m.text_length, 0u);
-    EXPECT_EQ(allocator.live(), 0) << c.text;  // "old" released, nothing new kept
+    EXPECT_EQ(allocator.live, 0) << c.text;  // "old" released, nothing new kept
   }
 }
 
@@ -337,15 +337,15 @@ TEST(ReaderMachineTest, StackFailuresChangeNothing) {
                                              {qtest::FailingAllocator::kUnlimited, GSLXDV_FAILED}};
   for (const auto &[allocations, status] : failures) {
     if (status == GSLXDV_FAILED) m.stack = nullptr;  // the push silently adds nothing
-    allocator.failAfter(allocations);
+    allocator.budget = allocations;
     if (allocations != 1) {
       EXPECT_EQ(sax_startElement(&m, "dsml", nullptr), status);  // a record
     }
-    allocator.failAfter(allocations);
+    allocator.budget = allocations;
     EXPECT_EQ(sax_startElement(&m, "unknown", nullptr), status);  // a record and the name
     EXPECT_EQ(m.skip_name, nullptr);
     EXPECT_EQ(m.state, GSLXDV_STATE_DOCUMENT);
-    EXPECT_EQ(allocator.live(), 0);
+    EXPECT_EQ(allocator.live, 0);
     EXPECT_EQ(stack->count, 0u);
   }
   m.stack = stack;
@@ -372,14 +372,14 @@ TEST_P(ReaderAllocationTest, EveryFailureIsReportedAndTheContextRecovers) {
   xmlSetChunkSizeForTesting(GetParam());
   qtest::FailingAllocator allocator;
   ASSERT_EQ(reader.parse(path), kSampleOutcome);  // the parser's buffers grow once
-  const long baseline = allocator.live();
+  const long baseline = allocator.live;
   size_t n = 0;
   for (Outcome o{GSLXDV_FAILED, {}}; o.status != GSLXDV_OK; ++n) {
     ASSERT_LT(n, 10000u);
-    allocator.failAfter(n);
+    allocator.budget = n;
     o = reader.parse(path);
-    allocator.failAfter(qtest::FailingAllocator::kUnlimited);
-    EXPECT_EQ(allocator.live(), baseline) << "allocation " << n;
+    allocator.budget = qtest::FailingAllocator::kUnlimited;
+    EXPECT_EQ(allocator.live, baseline) << "allocation " << n;
     if (o.status == GSLXDV_OK) {
       EXPECT_EQ(o, kSampleOutcome);
     } else {
@@ -397,7 +397,7 @@ TEST(ReaderCreateTest, EveryAllocationFailureIsReportedAndLeavesNothing) {
   int32_t st = GSLXDV_NO_MEMORY;
   for (size_t n = 0; st != GSLXDV_OK; ++n) {
     ASSERT_LT(n, 100u);
-    allocator.failAfter(n);
+    allocator.budget = n;
     GslxdvParserCtx *ctx = nullptr;
     st = gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ctx);
     // The parser instance's own allocation failing shows as 1.
@@ -406,7 +406,7 @@ TEST(ReaderCreateTest, EveryAllocationFailureIsReportedAndLeavesNothing) {
     if (ctx != nullptr) {
       EXPECT_EQ(gslxdv1cCleanup(&ctx), GSLXDV_OK);
     }
-    EXPECT_EQ(allocator.live(), 0) << "allocation " << n;
+    EXPECT_EQ(allocator.live, 0) << "allocation " << n;
   }
 }
 

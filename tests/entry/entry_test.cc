@@ -105,7 +105,7 @@ TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
   EXPECT_STREQ(rdn, "cn=b");
   gslumfFree(nullptr, rdn);
   qtest::FailingAllocator allocator;
-  allocator.failAfter(0);
+  allocator.budget = 0;
   EXPECT_EQ(gslclesnSetNewRDN(nullptr, w.entry, "cn=c"), GSLCLE_OK);
   EXPECT_EQ(w.entry->new_rdn, nullptr);
   EXPECT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);  // null: nothing to copy
@@ -156,7 +156,7 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
     }
   }
   constexpr uint32_t kSlot = sizeof(void *);
-  EXPECT_EQ(allocator.reallocations(),
+  EXPECT_EQ(allocator.reallocations,
             (std::vector<std::pair<uint32_t, uint32_t>>{{5 * kSlot, 0}, {10 * kSlot, 5 * kSlot}, {15 * kSlot, 10 * kSlot}}));
   BERVal **values = nullptr;
   ASSERT_EQ(gslclegabvGetAttrBValues(nullptr, a, &values), GSLCLE_OK);
@@ -164,7 +164,7 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
   EXPECT_EQ(values[want.size()], nullptr);
   gslcleBERValsFree(nullptr, values);
   gslcledaDestroyLDAPAttribute(nullptr, a);
-  EXPECT_EQ(allocator.live(), 0);
+  EXPECT_EQ(allocator.live, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest, ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
@@ -212,10 +212,10 @@ TEST(EntryAllocationTest, EveryFailureIsReportedAndLeavesNothingBehind) {
   size_t n = 0;
   for (int st = GSLCLE_NO_MEMORY; st != GSLCLE_OK; ++n) {
     ASSERT_LT(n, 1000u);
-    allocator.failAfter(n);
+    allocator.budget = n;
     st = buildAndRead();
     EXPECT_TRUE(st == GSLCLE_OK || st == GSLCLE_NO_MEMORY) << st << " at allocation " << n;
-    EXPECT_EQ(allocator.live(), 0) << "allocation " << n;
+    EXPECT_EQ(allocator.live, 0) << "allocation " << n;
   }
   EXPECT_GT(n, 30u);
 }
