@@ -240,8 +240,7 @@ TEST_F(XmlApiTest, ParseFromAHandlerIsRefusedAsBusy) {
 
 // Fails the Nth allocation (expat's own included) for N = 0, 1, ... until
 // the parse succeeds: each failure is reported as such and leaves nothing
-// allocated. The allocator copies only the old size it is told on a
-// reallocation, so a wrong size from expat's block header shows.
+// allocated, and the run that succeeds reports what a plain run does.
 TEST_F(XmlApiTest, EveryAllocationFailureIsReportedAndLeaksNothing) {
   const std::string path = dir_.write(
       "d.xml", "<!DOCTYPE a [<!ENTITY e 'ee'>]><p:a xmlns:p='u' p:k='v'>" + kLongText + "&e;<b/></p:a>");
