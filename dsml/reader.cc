@@ -10,6 +10,7 @@
 #include "core/memory.h"
 #include "dsml/reader_table.h"
 #include "entry/base64.h"
+#include "entry/ldif_record.h"
 #include "util/stack.h"
 #include "util/strings.h"
 
@@ -84,7 +85,14 @@ void releaseText(GslxdvStateMachine *m) {
       return createAttribute(m, kObjectclassName);
     case Action::kCreateAttribute: {
       const char *name = gslxGetAttrValue(attributes, kNameAttribute);
-      return name != nullptr ? createAttribute(m, name) : GSLXDV_MISSING_ATTRIBUTE;
+      if (name == nullptr) return GSLXDV_MISSING_ATTRIBUTE;
+      // Deliberate: a name that would change the structure of the LDIF
+      // written for the entry (a line break, a leading space or '#', or
+      // "dn", "changetype", "control") fails the whole document. Writing
+      // the record without it, or with the name altered, would hand a
+      // directory server an entry the document did not describe.
+      if (gslclecnCheckAttrName(name) != GSLCLEGAL_OK) return GSLXDV_REFUSED_NAME;
+      return createAttribute(m, name);
     }
     case Action::kMarkBase64:
       // Deliberate: only ever set here and cleared by the value's first text.

@@ -77,7 +77,9 @@ enum {
     GSLXDV_NO_MEMORY = 5,         /* an allocation failed */
     GSLXDV_NULL_ARG = 9,          /* a required argument is null */
     GSLXDV_NO_CONTEXT = 10,       /* no core context */
-    GSLXDV_BAD_BASE64 = 11        /* a value's base64 text cannot be decoded */
+    GSLXDV_BAD_BASE64 = 11,       /* a value's base64 text cannot be decoded */
+    GSLXDV_REFUSED_NAME = 12      /* an attr name that would forge LDIF
+                                     structure (gslclecnCheckAttrName) */
 };
 
 /* Source kinds of gslxdv1pParse. Only GSLXDV_SOURCE_URI reads a document;
@@ -198,8 +200,9 @@ int sax_endDocument(void *machine);
 
 /* Opens an element. While skipping, only counts it. Otherwise looks up the
  * transition for (state, name); entry (needs XML attribute "dn", else 3)
- * creates the entry, objectclass and attr (needs "name", else 3) create
- * the attribute (entry-model failures: 2), value with an "encoding"
+ * creates the entry, objectclass and attr (needs "name", else 3; 12 for a
+ * name that gslclecnCheckAttrName refuses) create the attribute
+ * (entry-model failures: 2), value with an "encoding"
  * attribute marks base64. Then pushes the current state (5 / 2 as
  * described above) and moves to the transition's state, or, without one,
  * starts skipping the element. A failure changes no state. */

@@ -181,8 +181,17 @@ using namespace gslu::ldif;
 
 extern "C" {
 
+int32_t gsldlVTypeCheck(const char *type) {
+  if (type == nullptr || type[0] == ' ' || type[0] == '#') return GSLDL_TYPE_REFUSED;
+  for (const char *p = type; *p != '\0'; ++p) {
+    const auto c = static_cast<unsigned char>(*p);
+    if (c < 0x20 || c == 0x7f) return GSLDL_TYPE_REFUSED;
+  }
+  return GSLDL_TYPE_OK;
+}
+
 char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t length) {
-  if (type == nullptr || (value == nullptr && length != 0)) return nullptr;
+  if (gsldlVTypeCheck(type) != GSLDL_TYPE_OK || (value == nullptr && length != 0)) return nullptr;
   gsluctx *core = gslu::resolveContext(nullptr);
   const ValueLine line(core, type, value, length, Conversion::kAsContext);
   // The block the line has always been given: type length + 4/3 of the
@@ -200,7 +209,7 @@ char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t lengt
 }
 
 void gsldlCPutTypeAndValue(char **position, const char *type, const char *value, uint32_t length) {
-  if (position == nullptr || *position == nullptr || type == nullptr ||
+  if (position == nullptr || *position == nullptr || gsldlVTypeCheck(type) != GSLDL_TYPE_OK ||
       (value == nullptr && length != 0)) {
     return;
   }

@@ -42,17 +42,33 @@ enum {
     GSLDL_NOT_BINARY = -1
 };
 
+/* Results of gsldlVTypeCheck. */
+enum {
+    GSLDL_TYPE_OK = 0,
+    GSLDL_TYPE_REFUSED = -1
+};
+
+/* Whether type can start a line without changing the structure of the text
+ * around it: GSLDL_TYPE_REFUSED for a null type, a type holding a control
+ * character (a byte below 0x20, or 0x7F: a line break would start a line
+ * of the document's choosing) or a type starting with a space (which
+ * continues the line before) or with '#' (which makes the line a comment);
+ * else GSLDL_TYPE_OK. Any other byte, a colon or a space inside included,
+ * is written as it stands. */
+int32_t gsldlVTypeCheck(const char *type);
+
 /* The line for type (NUL-terminated) and the length bytes of value, in a
  * new NUL-terminated block from gslummMalloc() that the caller frees with
- * gslumfFree(). Null when the block cannot be allocated (or for a null type,
- * or a null value with a non-zero length). */
+ * gslumfFree(). Null when the block cannot be allocated, for a type that
+ * gsldlVTypeCheck refuses (a null type included), or for a null value with
+ * a non-zero length. */
 char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t length);
 
 /* Writes the line at *position and advances *position to just past its
  * final newline; writes no NUL. The caller guarantees room: the size
  * gsldlDLdifTypeAndValue would allocate, or more when a converted value
- * grows. Nothing is written for a null position, type, or a null value with
- * a non-zero length. */
+ * grows. Nothing is written for a null position, a type that gsldlVTypeCheck
+ * refuses, or a null value with a non-zero length. */
 void gsldlCPutTypeAndValue(char **position, const char *type, const char *value,
                            uint32_t length);
 

@@ -135,6 +135,46 @@ void forEachAttribute(const LDAPEntry *entry, Fn fn) {
   }
 }
 
+// Names that an LDIF reader takes for the structure of a record rather than
+// for an attribute: a second "dn" starts a record of the document's choosing,
+// "changetype" or "control" turns a content record into a change record.
+constexpr std::string_view kStructuralNames[] = {"dn", "changetype", "control"};
+
+[[nodiscard]] bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+    if (lower(a[i]) != lower(b[i])) return false;
+  }
+  return true;
+}
+
+[[nodiscard]] bool isStructuralName(std::string_view name) {
+  // Readers drop blanks between a type and its colon, so "dn " is "dn".
+  while (!name.empty() && name.back() == ' ') name.remove_suffix(1);
+  for (std::string_view s : kStructuralNames) {
+    if (equalsIgnoringAsciiCase(name, s)) return true;
+  }
+  return false;
+}
+
+// Rename fields are written as they stand, so a line break in one would
+// start a line of the entry's choosing.
+[[nodiscard]] bool breaksLine(const char *field) {
+  return field != nullptr && std::strpbrk(field, "\r\n") != nullptr;
+}
+
+// Whether every name and rename field of entry may be written.
+[[nodiscard]] bool isWritable(const LDAPEntry *entry) {
+  if (breaksLine(entry->new_rdn) || breaksLine(entry->new_superior)) return false;
+  if (entry->attributes == nullptr) return true;
+  for (auto *a = static_cast<const LDAPAttribute *>(entry->attributes->head); a != nullptr;
+       a = static_cast<const LDAPAttribute *>(a->next)) {
+    if (gslclecnCheckAttrName(a->name) != GSLCLEGAL_OK) return false;
+  }
+  return true;
+}
+
 [[nodiscard]] uint32_t attributeCount(const LDAPEntry *entry) {
   return entry->attributes == nullptr ? 0 : entry->attributes->count;
 }
@@ -262,11 +302,17 @@ char *render(gsluctx *core, bool empty_is_null, Put put) {
 
 extern "C" {
 
+int gslclecnCheckAttrName(const char *name) {
+  if (gsldlVTypeCheck(name) != GSLDL_TYPE_OK || isStructuralName(name)) return GSLCLEGAL_REFUSED;
+  return GSLCLEGAL_OK;
+}
+
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr) return GSLCLEGAL_NO_CONTEXT;
   if (entry == nullptr || text == nullptr) return GSLCLEGAL_NULL_ARG;
   *text = nullptr;
+  if (!isWritable(entry)) return GSLCLEGAL_REFUSED;
   const std::string_view dn = entry->dn != nullptr ? entry->dn : "";
   if (dn.size() > UINT32_MAX) return GSLCLEGAL_NO_MEMORY;
   const Body body = bodyOf(entry);
@@ -280,18 +326,20 @@ int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char
 char *gslcleGetAddStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr || attributeCount(entry) == 0) return nullptr;
+  if (!isWritable(entry)) return nullptr;
   return render(core, true, [&](auto &sink) { putContentBody(sink, entry); });
 }
 
 char *gslcleGetModifyStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr || attributeCount(entry) == 0) return nullptr;
+  if (!isWritable(entry)) return nullptr;
   return render(core, true, [&](auto &sink) { putModifyBody(sink, entry); });
 }
 
 char *gslcleGetModRDNStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
-  if (core == nullptr || entry == nullptr) return nullptr;
+  if (core == nullptr || entry == nullptr || !isWritable(entry)) return nullptr;
   return render(core, true, [&](auto &sink) { putModRdnBody(sink, entry); });
 }
 
@@ -299,6 +347,7 @@ char *gslcleGetAttrAsLDIF(const gslcClientHandle *ctx, const LDAPAttribute *attr
                           int with_header) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || attribute == nullptr) return nullptr;
+  if (gslclecnCheckAttrName(attribute->name) != GSLCLEGAL_OK) return nullptr;
   return render(core, false, [&](auto &sink) {
     putAttribute(sink, attribute, with_header == GSLCLE_LDIF_HEADER);
   });

@@ -42,9 +42,12 @@
 extern "C" {
 #endif
 
-/* Statuses of gslclegalGetAsLDIF. */
+/* Statuses of gslclegalGetAsLDIF and gslclecnCheckAttrName. */
 enum {
     GSLCLEGAL_OK = 0,
+    GSLCLEGAL_REFUSED = 2,     /* an attribute name, new RDN or new superior
+                                  would change the structure of the LDIF
+                                  (see gslclecnCheckAttrName) */
     GSLCLEGAL_NO_MEMORY = 5,   /* the text could not be allocated (*text null) */
     GSLCLEGAL_NULL_ARG = 9,    /* null entry or text */
     GSLCLEGAL_NO_CONTEXT = 89  /* no core context */
@@ -56,11 +59,24 @@ enum {
     GSLCLE_LDIF_HEADER = 1     /* modify or explicit add: "add: name" first */
 };
 
+/* Whether name may name an attribute of a record: GSLCLEGAL_OK, or
+ * GSLCLEGAL_REFUSED for a name that would change what an LDIF reader makes
+ * of the record: one that gsldlVTypeCheck refuses (control characters, a
+ * leading space or '#'), and "dn", "changetype" and "control" in any
+ * letter case, also followed by spaces, which would start another record
+ * or turn a content record into a change record. A null name is refused. */
+int gslclecnCheckAttrName(const char *name);
+
 /* Renders entry as one LDIF record into *text (cleared first). Unlike the
  * string builders below, a record that cannot be allocated whole is
  * reported (5) rather than cut to its "dn:" line, so no entry is ever
- * written incomplete. */
+ * written incomplete. An entry holding an attribute name that
+ * gslclecnCheckAttrName refuses, or a new RDN or new superior with a line
+ * break, is refused whole (2) and nothing is written. */
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text);
+
+/* The string builders below return null, like a failed allocation, for a
+ * name or rename field that gslclegalGetAsLDIF refuses. */
 
 /* The attribute lines of a content record; null for an entry without
  * attributes, or when they add up to nothing. */

@@ -135,6 +135,16 @@ const DocumentCase kDocuments[] = {
      {GSLXDV_FAILED, {"cn=a"}}},
     {"MissingAttrNameFails", inEntry("<attr><value>v</value></attr>"), {GSLXDV_FAILED, {}}},
     {"EmptyAttrNameFails", inEntry("<attr name=\"\"/>"), {GSLXDV_FAILED, {}}},
+    // Character references put line breaks into a name; such a name fails
+    // the document, while odd but harmless names are kept as written.
+    {"ForgingAttrNameFails",
+     inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"><attr name=\"d&#10;&#10;dn: cn=x&#10;cn\">"
+               "<value>v</value></attr></entry>"),
+     {GSLXDV_FAILED, {"cn=a"}}},
+    {"StructuralAttrNameFails", inEntry("<attr name=\"ChangeType\"><value>delete</value></attr>"),
+     {GSLXDV_FAILED, {}}},
+    {"OddAttrNamesAreKept", inEntry("<attr name=\"a:b c\"><value>v</value></attr><attr name=\"dnQualifier\"/>"),
+     {GSLXDV_OK, {"cn=a|a:b c=v|dnQualifier="}}},
     {"UndecodableBase64Fails",
      inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"><attr name=\"d\"><value encoding=\"x\">!!!</value></attr></entry>"),
      {GSLXDV_FAILED, {"cn=a"}}},

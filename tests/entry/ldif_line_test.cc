@@ -113,6 +113,21 @@ TEST(LinePut, AdvancesPastTheNewlineAndWritesNoNul) {
   gsldlCPutTypeAndValue(nullptr, "cn", "x", 1);  // nothing to write to
 }
 
+// A type that would break the line structure gives no line at all; the
+// names a record refuses besides (dn, changetype, control) are its business.
+TEST(LineType, TypesThatBreakTheLineAreRefused) {
+  for (const char *type : {"cn\ndn: cn=x", " cn", "#cn", "c\x7fn"}) {
+    EXPECT_EQ(gsldlVTypeCheck(type), GSLDL_TYPE_REFUSED) << type;
+    EXPECT_EQ(gsldlDLdifTypeAndValue(type, "x", 1), nullptr) << type;
+    char buffer[16] = "#";
+    char *p = buffer;
+    gsldlCPutTypeAndValue(&p, type, "x", 1);
+    EXPECT_EQ(p, buffer) << type;
+  }
+  EXPECT_EQ(gsldlVTypeCheck(nullptr), GSLDL_TYPE_REFUSED);
+  EXPECT_EQ(gsldlVTypeCheck("dn"), GSLDL_TYPE_OK);
+}
+
 // The block handed out is the one the line has always been given:
 // n + 7 + 2 * ((n + 6) / 76) + 1 with n = type length + 4/3 of the value.
 std::vector<uint32_t> g_sizes;

@@ -116,6 +116,79 @@ TEST(RecordDn, NeedsBase64LikeAnyValue) {
   gslcledeDestroyLDAPEntry(nullptr, e);
 }
 
+// Names an LDIF reader would take for record structure, and names that only
+// look odd: only the first kind is refused.
+struct NameCase {
+  const char *name;
+  int expected;
+};
+
+void PrintTo(const NameCase &c, std::ostream *os) { *os << '"' << c.name << '"'; }
+
+const NameCase kNames[] = {
+    {"description\n\ndn: cn=admin,o=ex\nchangetype: delete\n\ndn: cn=Ann Lee,o=ex\ncn",
+     GSLCLEGAL_REFUSED},
+    {"cn\r", GSLCLEGAL_REFUSED},
+    {"c\tn", GSLCLEGAL_REFUSED},
+    {"cn\x7f", GSLCLEGAL_REFUSED},
+    {"\x01", GSLCLEGAL_REFUSED},
+    {" cn", GSLCLEGAL_REFUSED},
+    {"#cn", GSLCLEGAL_REFUSED},
+    {"dn", GSLCLEGAL_REFUSED},
+    {"DN", GSLCLEGAL_REFUSED},
+    {"dn  ", GSLCLEGAL_REFUSED},
+    {"changetype", GSLCLEGAL_REFUSED},
+    {"ChangeType", GSLCLEGAL_REFUSED},
+    {"control", GSLCLEGAL_REFUSED},
+    {"CONTROL", GSLCLEGAL_REFUSED},
+    {"cn", GSLCLEGAL_OK},
+    {"cn:x", GSLCLEGAL_OK},
+    {"given name", GSLCLEGAL_OK},
+    {"cn#", GSLCLEGAL_OK},
+    {"dnQualifier", GSLCLEGAL_OK},
+    {"dn;binary", GSLCLEGAL_OK},
+    {"controls", GSLCLEGAL_OK},
+    {"changetypes", GSLCLEGAL_OK},
+    {"-", GSLCLEGAL_OK},
+    {"\xc3\xa9", GSLCLEGAL_OK},
+};
+
+class NameTest : public ::testing::TestWithParam<NameCase> {};
+
+// A refused name refuses the whole record, whatever its place, so that no
+// record of the document's making ever reaches the output.
+TEST_P(NameTest, RefusesOnlyNamesThatChangeTheRecordStructure) {
+  const NameCase &c = GetParam();
+  EXPECT_EQ(gslclecnCheckAttrName(c.name), c.expected);
+  for (int change_type : {0, static_cast<int>(GSLCLE_CHANGE_MODIFY)}) {
+    LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", change_type, {{"sn", kAdd, {"Lee"}}, {c.name, kAdd, {"v"}}});
+    char *text = reinterpret_cast<char *>(1);
+    EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), c.expected);
+    EXPECT_EQ(text == nullptr, c.expected != GSLCLEGAL_OK);
+    gslumfFree(nullptr, text);
+    char *body = change_type == 0 ? gslcleGetAddStr(nullptr, e) : gslcleGetModifyStr(nullptr, e);
+    EXPECT_EQ(body == nullptr, c.expected != GSLCLEGAL_OK);
+    gslumfFree(nullptr, body);
+    gslcledeDestroyLDAPEntry(nullptr, e);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, NameTest, ::testing::ValuesIn(kNames));
+
+TEST(ModRdnRecord, RenameFieldsWithALineBreakAreRefused) {
+  for (const char *field : {"cn=a\ndn: cn=b", "cn=a\r"}) {
+    LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GSLCLE_CHANGE_MODRDN, {});
+    ASSERT_EQ(gslclesnSetNewRDN(nullptr, e, "cn=b"), GSLCLE_OK);
+    ASSERT_EQ(gslclesnsSetNewSuperior(nullptr, e, field), GSLCLE_OK);
+    char *text = nullptr;
+    EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), GSLCLEGAL_REFUSED);
+    ASSERT_EQ(gslclesnsSetNewSuperior(nullptr, e, nullptr), GSLCLE_OK);
+    ASSERT_EQ(gslclesnSetNewRDN(nullptr, e, field), GSLCLE_OK);
+    EXPECT_EQ(gslcleGetModRDNStr(nullptr, e), nullptr);
+    gslcledeDestroyLDAPEntry(nullptr, e);
+  }
+}
+
 TEST(RecordArguments, StatusesForNullArguments) {
   char *text = reinterpret_cast<char *>(1);
   EXPECT_EQ(gslclegalGetAsLDIF(nullptr, nullptr, &text), GSLCLEGAL_NULL_ARG);
