@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdarg>
+#include <climits>
 #include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <string>
 
 #include "core/context_internal.h"
 #include "core/password_schemes.h"
@@ -26,6 +27,7 @@ constexpr char kFacility[] = "ldap";
 constexpr char kProduct[] = "ldap";
 constexpr char kFormatPackage[] = "format";
 constexpr std::size_t kEnvBufferSize = 1024;  // 1023 characters and a NUL
+constexpr std::size_t kPathBufferSize = PATH_MAX;
 
 std::atomic<int> g_fail_step{kStepNone};
 std::atomic<gsluMallocHook> g_startup_malloc_hook{nullptr};
@@ -36,8 +38,11 @@ char g_diagnostic[1024];
   return g_fail_step.compare_exchange_strong(expected, kStepNone);
 }
 
-void setDiagnostic(const std::string &text) {
-  std::snprintf(g_diagnostic, sizeof g_diagnostic, "%s", text.c_str());
+__attribute__((format(printf, 1, 2))) void setDiagnostic(const char *format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  std::vsnprintf(g_diagnostic, sizeof g_diagnostic, format, ap);
+  va_end(ap);
 }
 
 // Copies the variable into buf, cut to size - 1 characters; false if unset.
@@ -72,25 +77,30 @@ void setUpLanguages(gsluctx *ctx) {
   ctx->output_lang = &output;
 }
 
-// Step 15: the catalogue of facility "ldap", from the given directory or the
-// runtime's default location. Returns the directory that worked, or "".
-[[nodiscard]] std::string openMessages(gsluctx *ctx, const char *mesgdir) {
-  std::string why;
-  std::string dir = mesgdir != nullptr ? std::string(mesgdir) : msgDefaultDirectory(kProduct);
-  if (!dir.empty() && msgOpen(&ctx->messages, dir.c_str(), kFacility, *ctx->internal_lang, &why)) {
-    return dir;
+// The catalogue of facility "ldap", from the given directory or the
+// runtime's default location, into ctx->messages. Returns whether one was
+// found; the directory that worked is left in dir.
+[[nodiscard]] bool openMessages(gsluctx *ctx, const char *mesgdir, char (&dir)[kPathBufferSize]) {
+  MsgWhy why{};
+  bool have_dir = mesgdir != nullptr ? std::snprintf(dir, sizeof dir, "%s", mesgdir) > 0
+                                     : msgDefaultDirectory(kProduct, dir, sizeof dir);
+  if (have_dir && msgOpen(&ctx->messages, ctx, dir, kFacility, *ctx->internal_lang, &why)) {
+    return true;
   }
-  if (dir.empty()) why = "no message directory could be found";
+  if (!have_dir) std::snprintf(why.text, sizeof why.text, "no message directory could be found");
   char home[kEnvBufferSize];
   if (mesgdir == nullptr || !readEnv("VESTRA_HOME", home)) {
-    setDiagnostic("message catalogue: " + why);
-    return {};
+    setDiagnostic("message catalogue: %s", why.text);
+    return false;
   }
-  std::string first_why = why;
-  dir = msgDefaultDirectory(kProduct);
-  if (msgOpen(&ctx->messages, dir.c_str(), kFacility, *ctx->internal_lang, &why)) return dir;
-  setDiagnostic("message catalogue: " + first_why + "; " + why);
-  return {};
+  // The directory named by VSX_LDAP_MESGDIR failed: the home's is tried.
+  MsgWhy second{};
+  if (msgDefaultDirectory(kProduct, dir, sizeof dir) &&
+      msgOpen(&ctx->messages, ctx, dir, kFacility, *ctx->internal_lang, &second)) {
+    return true;
+  }
+  setDiagnostic("message catalogue: %s; %s", why.text, second.text);
+  return false;
 }
 
 [[nodiscard]] bool createLock(gsluctx *ctx, pthread_mutex_t *m, LockBits bit) {
@@ -161,8 +171,8 @@ void releaseServices(gsluctx *ctx) {
       !createLock(ctx, &ctx->general_lock[2], kLockGeneral2)) {
     return kFailed;
   }
-  std::string dir = stepFails(kStepMessages) ? std::string() : openMessages(ctx, mesgdir);
-  if (dir.empty()) return kFailed;
+  char dir[kPathBufferSize];
+  if (stepFails(kStepMessages) || !openMessages(ctx, mesgdir, dir)) return kFailed;
   if (stepFails(kStepMessageBind) ||
       !msgSetBuffer(&ctx->messages, ctx->message_text, sizeof ctx->message_text) ||
       !msgBind(&ctx->messages)) {
@@ -172,13 +182,15 @@ void releaseServices(gsluctx *ctx) {
     return kFailed;
   }
   ctx->active_messages = &ctx->messages;
-  std::string why;
+  // The output language's handle shares the catalogue already read, or a
+  // converted copy of it: the file is read once.
+  MsgWhy why{};
   if (stepFails(kStepOutputMessages) ||
-      !msgOpen(&ctx->output_messages, dir.c_str(), kFacility, *ctx->output_lang, &why) ||
+      !msgOpenFor(&ctx->output_messages, ctx->messages, *ctx->output_lang, &why) ||
       !msgSetBuffer(&ctx->output_messages, ctx->output_message_text,
                     sizeof ctx->output_message_text) ||
       !msgBind(&ctx->output_messages)) {
-    if (!why.empty()) setDiagnostic("message catalogue: " + why);
+    if (why.text[0] != '\0') setDiagnostic("message catalogue %s/%s.msg: %s", dir, kFacility, why.text);
     return kFailed;
   }
   ctx->output_messages_active = &ctx->output_messages;
@@ -233,6 +245,8 @@ void sgsluusSetContext(gsluctx *ctx) {
   }
 }
 
+const char *gsluidStartupDiagnostic(void) { return startupDiagnostic(); }
+
 gsluctx *gsluizgcGetContext(void) {
   if (gsluctx *ctx = sgsluugGetContext()) return ctx;
   Registry *reg = registryInit(RegistryMode::kProcess);
@@ -280,6 +294,9 @@ int gsluinit(gsluctx **out) {
   if (rc != GSLU_INIT_OK) {
     if (g_diagnostic[0] == '\0') setDiagnostic("a runtime service could not be started");
     releaseServices(ctx);
+    // Nothing of a failed start-up is kept: a library caller that goes on
+    // calling with a null context retries each time without growing.
+    registryPrivateFree(reg, ctx);
     startupUnlock();
     return rc;
   }
@@ -362,7 +379,7 @@ void sgsluuiInit(gsluctx *ctx) {
   }
   unsigned int state = seed;
   ctx->uid_seed[0] = static_cast<uint32_t>(rand_r(&state)) % kSeedModulus;
-  const auto host = static_cast<uint64_t>(static_cast<uint32_t>(gethostid()));
+  const auto host = static_cast<uint64_t>(hostIdentifier());
   for (int i = 0; i < 4; ++i) {
     ctx->uid_seed[i + 1] = static_cast<uint32_t>(host >> (8 * i)) % kHostModulus;
   }

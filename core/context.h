@@ -90,6 +90,12 @@ typedef struct gslcClientHandle {
  * then gsluinit(). */
 gsluctx *gsluizgcGetContext(void);
 
+/* Why the latest start-up failed, as one line without a newline: the step
+ * that failed and, for a message catalogue that could not be read, its file
+ * (and line, when a line is malformed). "" when it did not fail. The text
+ * stays valid until the next start-up. */
+const char *gsluidStartupDiagnostic(void);
+
 /* Creates the process-wide context into *out. Returns 0 (also when the
  * context already exists: *out is then that one), 1 for a null out, 2 when a
  * step fails, 5 when the registry's memory is exhausted. On failure *out is

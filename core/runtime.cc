@@ -1,6 +1,7 @@
 // core/runtime.cc - the runtime services behind the core context.
 #include "core/runtime.h"
 
+#include <fcntl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -152,6 +153,29 @@ void *registryPrivateAlloc(Registry *reg, std::size_t size) {
   return b->data;
 }
 
+void registryPrivateFree(Registry *reg, void *block) {
+  if (block == nullptr) return;
+  PrivateBlock *found = nullptr;
+  {
+    RegistryGuard guard;
+    for (PrivateBlock **link = &reg->blocks; *link != nullptr; link = &(*link)->next) {
+      if ((*link)->data == block) {
+        found = *link;
+        *link = found->next;
+        break;
+      }
+    }
+  }
+  std::free(found);
+}
+
+std::size_t registryPrivateBlockCount(Registry *reg) {
+  RegistryGuard guard;
+  std::size_t n = 0;
+  for (const PrivateBlock *b = reg->blocks; b != nullptr; b = b->next) ++n;
+  return n;
+}
+
 void registryFailPrivateAllocAfter(int n) { g_fail_private_after.store(n); }
 
 bool registryAtExit(Registry *reg, void (*fn)(gsluctx *), gsluctx *arg) {
@@ -237,6 +261,73 @@ uint32_t currentThreadId() {
   thread_local const uint32_t tid = static_cast<uint32_t>(gettid());
   return tid;
 }
+
+// ---- Host identifier -----------------------------------------------------
+
+namespace {
+
+constexpr char kHostIdPath[] = "/etc/hostid";
+constexpr char kMachineIdPath[] = "/etc/machine-id";
+constexpr std::size_t kMachineIdDigits = 8;  // 32 bits of the 128 it holds
+constexpr uint32_t kFnvOffset = 2166136261u;
+constexpr uint32_t kFnvPrime = 16777619u;
+
+// Up to size bytes of the file at path; -1 when it cannot be read.
+ssize_t readSmallFile(const char *path, void *buffer, std::size_t size) {
+  const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return -1;
+  ssize_t n;
+  do {
+    n = ::read(fd, buffer, size);
+  } while (n < 0 && errno == EINTR);
+  (void)::close(fd);
+  return n;
+}
+
+[[nodiscard]] int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+[[nodiscard]] bool fromHostIdFile(const char *path, uint32_t *id) {
+  uint32_t value = 0;
+  if (readSmallFile(path, &value, sizeof value) != static_cast<ssize_t>(sizeof value)) return false;
+  *id = value;
+  return true;
+}
+
+[[nodiscard]] bool fromMachineId(const char *path, uint32_t *id) {
+  char text[kMachineIdDigits];
+  if (readSmallFile(path, text, sizeof text) != static_cast<ssize_t>(sizeof text)) return false;
+  uint32_t value = 0;
+  for (char c : text) {
+    const int d = hexDigit(c);
+    if (d < 0) return false;
+    value = value << 4 | static_cast<uint32_t>(d);
+  }
+  *id = value;
+  return true;
+}
+
+[[nodiscard]] uint32_t fromHostName() {
+  char name[256] = {};
+  if (gethostname(name, sizeof name - 1) != 0) name[0] = '\0';
+  uint32_t h = kFnvOffset;
+  for (const char *p = name; *p != '\0'; ++p) h = (h ^ static_cast<unsigned char>(*p)) * kFnvPrime;
+  return h;
+}
+
+}  // namespace
+
+uint32_t hostIdentifierFrom(const char *hostid_path, const char *machine_id_path) {
+  uint32_t id = 0;
+  if (fromHostIdFile(hostid_path, &id) || fromMachineId(machine_id_path, &id)) return id;
+  return fromHostName();
+}
+
+uint32_t hostIdentifier() { return hostIdentifierFrom(kHostIdPath, kMachineIdPath); }
 
 // ---- Formatting, date, resource manager, security ------------------------
 

@@ -31,6 +31,11 @@ struct FileService;  // the registry's standard-stream table
 [[nodiscard]] bool registrySave(Registry *reg, std::string_view name, void *value);
 void registryRemove(Registry *reg, std::string_view name);
 [[nodiscard]] void *registryPrivateAlloc(Registry *reg, std::size_t size);
+// Gives back a block of registryPrivateAlloc before the process ends (a
+// start-up that failed); nothing for a block the registry does not hold.
+void registryPrivateFree(Registry *reg, void *block);
+// Number of private blocks the registry holds; for tests.
+[[nodiscard]] std::size_t registryPrivateBlockCount(Registry *reg);
 [[nodiscard]] bool registryAtExit(Registry *reg, void (*fn)(gsluctx *), gsluctx *arg);
 void registryCancelAtExit(Registry *reg, void (*fn)(gsluctx *), gsluctx *arg);
 [[nodiscard]] FileService *registryFileService(Registry *reg);
@@ -70,6 +75,15 @@ struct ThreadService;
 
 // The calling thread's identifier (the kernel's, so its low bits vary).
 [[nodiscard]] uint32_t currentThreadId();
+
+// ---- Host identifier -----------------------------------------------------
+// The host's 32-bit identifier, found without any name-service look-up (so
+// start-up never waits on the network): the four bytes of /etc/hostid in
+// the machine's byte order when that file holds them, else the first eight
+// hex digits of /etc/machine-id, else a hash (FNV-1a) of the host name.
+[[nodiscard]] uint32_t hostIdentifier();
+// The same rules over the given files; for tests.
+[[nodiscard]] uint32_t hostIdentifierFrom(const char *hostid_path, const char *machine_id_path);
 
 // ---- File service ---------------------------------------------------------
 // The standard-stream table: stream codes 1 to 3 index it from 1.

@@ -63,9 +63,9 @@ TEST_P(BadCatalogueTest, IsRefusedWithItsLineNumber) {
   gslu::Language utf8{};
   gslu::languageDefaultUtf8(&utf8);
   gslu::MessageHandle h{};
-  std::string why;
-  EXPECT_FALSE(gslu::msgOpen(&h, dir.path().c_str(), "ldap", utf8, &why));
-  EXPECT_NE(why.find(GetParam().where), std::string::npos) << why;
+  gslu::MsgWhy why{};
+  EXPECT_FALSE(gslu::msgOpen(&h, nullptr, dir.path().c_str(), "ldap", utf8, &why));
+  EXPECT_NE(std::strstr(why.text, GetParam().where), nullptr) << why.text;
   EXPECT_EQ(h.catalog, nullptr);
 }
 
@@ -100,8 +100,8 @@ TEST(Catalogue, EscapesCommentsAndOutputCharacterSet) {
 
   char buf[2048];
   gslu::MessageHandle h{};
-  std::string why;
-  ASSERT_TRUE(gslu::msgOpen(&h, dir.path().c_str(), "ldap", utf8, &why)) << why;
+  gslu::MsgWhy why{};
+  ASSERT_TRUE(gslu::msgOpen(&h, nullptr, dir.path().c_str(), "ldap", utf8, &why)) << why.text;
   ASSERT_TRUE(gslu::msgSetBuffer(&h, buf, sizeof buf) && gslu::msgBind(&h));
   for (const Lookup &l : {Lookup{7, "Tab\tand\nnewline\\ end"}, Lookup{4294967295u, "largest"},
                           Lookup{8, "Z\xc3\xbcrich \xe2\x82\xac"}}) {
@@ -110,14 +110,21 @@ TEST(Catalogue, EscapesCommentsAndOutputCharacterSet) {
   }
   (void)gslu::msgLookup(&h, 9);
   EXPECT_NE(h.error, 0u);
-  gslu::msgClose(&h);
 
-  // The output-language handle delivers Latin-1, with '?' for what Latin-1
-  // cannot hold.
-  ASSERT_TRUE(gslu::msgOpen(&h, dir.path().c_str(), "ldap", latin1, &why)) << why;
-  ASSERT_TRUE(gslu::msgSetBuffer(&h, buf, sizeof buf) && gslu::msgBind(&h));
-  EXPECT_STREQ(gslu::msgLookup(&h, 8), "Z\xfcrich ?");
+  // The output-language handle, made from the open one without reading the
+  // file again, delivers Latin-1, with '?' for what Latin-1 cannot hold; a
+  // UTF-8 one shares the texts and outlives the handle it came from.
+  char latin1_buf[2048];
+  gslu::MessageHandle out{};
+  ASSERT_TRUE(gslu::msgOpenFor(&out, h, latin1, &why)) << why.text;
+  ASSERT_TRUE(gslu::msgSetBuffer(&out, latin1_buf, sizeof latin1_buf) && gslu::msgBind(&out));
+  EXPECT_STREQ(gslu::msgLookup(&out, 8), "Z\xfcrich ?");
+  gslu::msgClose(&out);
+  ASSERT_TRUE(gslu::msgOpenFor(&out, h, utf8, &why));
   gslu::msgClose(&h);
+  ASSERT_TRUE(gslu::msgSetBuffer(&out, latin1_buf, sizeof latin1_buf) && gslu::msgBind(&out));
+  EXPECT_STREQ(gslu::msgLookup(&out, 4294967295u), "largest");
+  gslu::msgClose(&out);
 }
 
 }  // namespace
