@@ -116,6 +116,116 @@ TEST_F(DriverTest, LostOutputIsAFailure) {
   EXPECT_EQ(r.status, 1);
 }
 
+// A closed pipe is noticed at the first write that fails: the run stops
+// there with message 2102 alone, and the missing second file is never tried.
+TEST_F(DriverTest, AClosedPipeStopsTheRunAtTheFirstFailedWrite) {
+  std::string entries;
+  for (int i = 0; i < 3000; ++i) entries += entry(std::string("n").append(std::to_string(i)));
+  const std::string big = file("big.dsml", document(entries));
+  const RunResult r = runQuillomat({big, dir_.path() + "/missing.dsml"}, {}, StdoutKind::kClosedPipe,
+                                   /*ignore_sigpipe=*/true);
+  EXPECT_EQ(r.err, kOutputLost);
+  EXPECT_EQ(r.status, 1);
+}
+
+// A document that could forge LDIF records through an attribute name fails
+// whole: the entries before it stay written, nothing of it is.
+struct ForgedCase {
+  const char *name;
+  std::string attr;
+};
+
+void PrintTo(const ForgedCase &c, std::ostream *os) { *os << c.name; }
+
+class ForgedNameTest : public DriverTest, public ::testing::WithParamInterface<ForgedCase> {};
+
+TEST_P(ForgedNameTest, FailsTheDocumentAfterTheEntriesBeforeIt) {
+  const std::string forged = "<entry dn=\"cn=Ann Lee,o=ex\">" + GetParam().attr + "</entry>\n";
+  const RunResult r = runQuillomat({file("forged.dsml", document(entry("a1") + forged + entry("a2")))});
+  EXPECT_EQ(r.out, record("a1"));
+  EXPECT_EQ(r.err, kNotConverted);
+  EXPECT_EQ(r.status, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Names, ForgedNameTest,
+    ::testing::Values(
+        ForgedCase{"NewRecordThroughLineBreaks",
+                   "<attr name=\"description&#10;&#10;dn: cn=admin,o=ex&#10;changetype: delete&#10;&#10;"
+                   "dn: cn=Ann Lee,o=ex&#10;cn\"><value>x</value></attr>"},
+        ForgedCase{"CarriageReturn", "<attr name=\"cn&#13;\"><value>x</value></attr>"},
+        ForgedCase{"LeadingSpaceContinuesTheDnLine", "<attr name=\" ,o=other\"><value>x</value></attr>"},
+        ForgedCase{"HashMakesAComment", "<attr name=\"#cn\"><value>x</value></attr>"},
+        ForgedCase{"ChangetypeFirst", "<attr name=\"changetype\"><value>delete</value></attr>"},
+        ForgedCase{"ControlInAnyCase", "<attr name=\"Control\"><value>1.2.3</value></attr>"},
+        ForgedCase{"SecondDn", "<attr name=\"dn\"><value>cn=admin</value></attr>"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+// Start-up failures say why; a catalogue without the failure message still
+// gives a line that explains the failure.
+TEST_F(DriverTest, CatalogueProblemsAreExplained) {
+  const std::string malformed = dir_.path() + "/malformed";
+  dir_.write("malformed/ldap.msg", "2101 fine\n2102 fine\nnot a message line\n");
+  RunResult r = runQuillomat({file("a.dsml", document(entry("a1")))}, {{"VSX_LDAP_MESGDIR", malformed}});
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "\nError initializing CORE context.\nquillomat: message catalogue: " + malformed +
+                       "/ldap.msg:3: expected a message number from 1 to 4294967295\n");
+  EXPECT_EQ(r.status, 1);
+
+  const std::string sparse = dir_.path() + "/sparse";
+  dir_.write("sparse/ldap.msg", "1 only this\n");
+  r = runQuillomat({dir_.path() + "/missing.dsml"}, {{"VSX_LDAP_MESGDIR", sparse}});
+  EXPECT_EQ(r.err, kNotConverted);
+  EXPECT_EQ(r.status, 1);
+}
+
+// Under any address-space limit the run either converts everything, exactly
+// as without a limit, or stops with a message and whole records before it;
+// it never aborts. (The dynamic loader itself may fail first, with its own
+// message, before any code of ours runs.)
+TEST_F(DriverTest, AnAddressSpaceLimitNeverCostsAnEntrySilently) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer needs more address space than any limit worth testing";
+#else
+  const std::string value(4 << 20, 'v');
+  const std::string doc = file("doc.dsml", document(entry("a1") + "<entry dn=\"cn=big,o=ex\"><attr name=\"x\">"
+                                                        "<value>" + value + "</value></attr></entry>\n" +
+                                                        entry("a2")));
+  const RunResult full = runQuillomat({doc, doc});
+  ASSERT_EQ(full.status, 0);
+  int successes = 0;
+  int failures = 0;
+  for (rlim_t limit = 24u << 20; limit < (512u << 20) && successes < 8; limit += 512u << 10) {
+    SCOPED_TRACE(testing::Message() << "limit " << (limit >> 10) << " KiB");
+    const RunResult r = runQuillomat({doc, doc}, {}, StdoutKind::kFile, false, limit);
+    if (r.status == 127) {
+      EXPECT_NE(r.err.find("error while loading shared libraries"), std::string::npos) << r.err;
+      continue;
+    }
+    if (r.status == 0) {
+      ++successes;
+      EXPECT_EQ(r.out, full.out);
+      EXPECT_EQ(r.err, "");
+      continue;
+    }
+    ++failures;
+    if (r.err.empty()) {
+      // Kept: a parser context that cannot be created ends the run with the
+      // reader's status and no message, before any output.
+      EXPECT_TRUE(r.status == 1 || r.status == 5) << r.status;
+      EXPECT_EQ(r.out, "");
+      continue;
+    }
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_EQ(r.err.find("terminate"), std::string::npos) << r.err;
+    EXPECT_EQ(full.out.compare(0, r.out.size(), r.out), 0) << "output is not a prefix";
+    EXPECT_TRUE(r.out.empty() || r.out.ends_with("\n\n")) << "a record was cut";
+  }
+  EXPECT_EQ(successes, 8);
+  EXPECT_GT(failures, 0);
+#endif
+}
+
 // Deliberate: text over 32763 bytes reaches standard output in pieces of at
 // most 32763 bytes, each followed by a newline.
 TEST_F(DriverTest, ARecordLongerThanOnePieceIsCutWithNewlines) {

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,9 +37,12 @@ enum class StdoutKind {
 // Runs quillomat with args in an environment that holds only `env` (no
 // inherited locale, catalogue or home variables), SIGPIPE ignored when
 // asked, and collects its output.
+// A non-zero address_space limits the child's virtual memory (RLIMIT_AS),
+// in bytes.
 inline RunResult runQuillomat(const std::vector<std::string> &args,
                               const std::map<std::string, std::string> &env = {},
-                              StdoutKind kind = StdoutKind::kFile, bool ignore_sigpipe = false) {
+                              StdoutKind kind = StdoutKind::kFile, bool ignore_sigpipe = false,
+                              rlim_t address_space = 0) {
   TempDir dir;
   const std::string out_path = dir.path() + "/stdout";
   const std::string err_path = dir.path() + "/stderr";
@@ -62,6 +66,10 @@ inline RunResult runQuillomat(const std::vector<std::string> &args,
   pid_t pid = fork();
   if (pid == 0) {
     if (ignore_sigpipe) signal(SIGPIPE, SIG_IGN);
+    if (address_space != 0) {
+      const struct rlimit limit = {address_space, address_space};
+      if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(125);
+    }
     int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     int out = kind == StdoutKind::kFile ? open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
               : kind == StdoutKind::kShared ? err
