@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 #include "core/context_internal.h"
 #include "core/convert.h"
@@ -272,12 +273,45 @@ class Expansion {
   return true;
 }
 
-[[nodiscard]] int writePieces(gsluctx *ctx, const Stream &stream, const char *text, std::size_t length) {
+// A text to write, held as a body and a suffix that follow each other, so
+// that "%s\n" can be written without first copying the two together.
+class Segments {
+ public:
+  Segments(std::string_view body, std::string_view suffix) : body_(body), suffix_(suffix) {}
+  [[nodiscard]] std::size_t size() const { return body_.size() + suffix_.size(); }
+  // Copies n bytes from offset on into out.
+  void copy(std::size_t offset, std::size_t n, char *out) const {
+    if (offset < body_.size()) {
+      const std::size_t k = std::min(n, body_.size() - offset);
+      std::memcpy(out, body_.data() + offset, k);
+      out += k;
+      n -= k;
+      offset = body_.size();
+    }
+    if (n > 0) std::memcpy(out, suffix_.data() + (offset - body_.size()), n);
+  }
+  [[nodiscard]] bool writeAllTo(const Stream &s) const {
+    return (body_.empty() || writeTo(s, body_.data(), body_.size())) &&
+           (suffix_.empty() || writeTo(s, suffix_.data(), suffix_.size()));
+  }
+
+ private:
+  std::string_view body_;
+  std::string_view suffix_;
+};
+
+[[nodiscard]] int writePieces(gsluctx *ctx, const Stream &stream, const Segments &text) {
+  // The cut is decided on the bytes around it: a character starting in the
+  // last three bytes before the limit may need up to three bytes after it.
+  constexpr std::size_t kCutWindow = kPieceSize + 3;
+  static_assert(kCutWindow < kPieceBufferSize, "the window and the newline fit the piece buffer");
   char piece[kPieceBufferSize];  // not zeroed: see Expansion
+  const std::size_t length = text.size();
   for (std::size_t offset = 0; offset < length;) {
+    const std::size_t window = std::min(length - offset, kCutWindow);
+    text.copy(offset, window, piece);
     // Backs up at most three bytes from kPieceSize, so every piece has text.
-    std::size_t n = utf8::cutPoint(text + offset, length - offset, kPieceSize);
-    std::memcpy(piece, text + offset, n);
+    std::size_t n = utf8::cutPoint(piece, window, kPieceSize);
     offset += n;
     // Deliberate: every piece, the last one too, ends with a newline, so a
     // long text comes out with a line break after each piece. Readers of
@@ -289,14 +323,42 @@ class Expansion {
   return flushStream(stream) ? GSLUF_OK : GSLUF_WRITE_FAILED;
 }
 
+[[nodiscard]] bool isStandard(uint64_t code) {
+  return code == GSLUF_STREAM_STDOUT || code == GSLUF_STREAM_STDERR;
+}
+
 [[nodiscard]] int writeText(gsluctx *ctx, uint64_t code, char *text, std::size_t length, std::size_t room) {
   const Stream stream = gslufzglGetLFIL(ctx, code);
-  const bool standard = code == GSLUF_STREAM_STDOUT || code == GSLUF_STREAM_STDERR;
-  if (length > kPieceSize && (standard || ctx->output_conversion != 0)) {
-    return writePieces(ctx, stream, text, length);
+  if (length > kPieceSize && (isStandard(code) || ctx->output_conversion != 0)) {
+    return writePieces(ctx, stream, Segments({text, length}, {}));
   }
   if (!convertForOutput(ctx, text, &length, room)) return GSLUF_FORMAT_FAILED;
   if (!writeTo(stream, text, length)) return GSLUF_WRITE_FAILED;
+  return flushStream(stream) ? GSLUF_OK : GSLUF_WRITE_FAILED;
+}
+
+// The text of a format that is one "%s" and then literal text without
+// conversions ("%s\n" for a record), when its argument is a text.
+[[nodiscard]] bool plainText(const char *format, const gsluArg *args, uint32_t count,
+                             std::string_view *body, std::string_view *suffix) {
+  if (format[0] != '%' || format[1] != 's' || std::strchr(format + 2, '%') != nullptr) return false;
+  if (count == 0 || args[0].type != GSLUF_ARG_STRING || args[0].value.text == nullptr) return false;
+  *body = args[0].value.text;
+  *suffix = format + 2;
+  return true;
+}
+
+// Standard output without conversion: a plain text goes to the buffer as it
+// stands. Expanding it first would copy a record of any size into a block
+// that grows by doubling, up to twice the record, only to copy it again.
+[[nodiscard]] bool writesDirectly(const gsluctx *ctx, uint64_t stream) {
+  return stream == GSLUF_STREAM_STDOUT && ctx->output_conversion == 0;
+}
+
+[[nodiscard]] int writePlain(gsluctx *ctx, uint64_t code, const Segments &text) {
+  const Stream stream = gslufzglGetLFIL(ctx, code);
+  if (text.size() > kPieceSize) return writePieces(ctx, stream, text);
+  if (!text.writeAllTo(stream)) return GSLUF_WRITE_FAILED;
   return flushStream(stream) ? GSLUF_OK : GSLUF_WRITE_FAILED;
 }
 
@@ -331,6 +393,11 @@ int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format, const 
   gsluctx *g = resolveContext(ctx);
   if (g == nullptr) return GSLUF_NO_CONTEXT;
   if (format == nullptr || !typedArgsValid(args, count)) return GSLUF_FORMAT_FAILED;
+  std::string_view body;
+  std::string_view suffix;
+  if (writesDirectly(g, stream) && plainText(format, args, count, &body, &suffix)) {
+    return writePlain(g, stream, Segments(body, suffix));
+  }
   Expansion expansion(g);
   const int status = expansion.run(format, args, count);
   if (status != GSLUF_OK) return status;

@@ -53,6 +53,13 @@ const xmlsaxcb kReaderHandlers = {
   return nullptr;
 }
 
+// Sets the machine's state; text is collected by the parser only in the
+// states that keep it, so skipped content, however long, costs nothing.
+void moveTo(GslxdvStateMachine *m, uint16_t state) {
+  m->state = state;
+  xmlWantText(m->xml, state == GSLXDV_STATE_OC_VALUE || state == GSLXDV_STATE_VALUE);
+}
+
 void releaseText(GslxdvStateMachine *m) {
   (void)gslumfFree(m->core_context, m->text);
   m->text = nullptr;
@@ -132,10 +139,10 @@ void releaseText(GslxdvStateMachine *m) {
   if (const int st = pushRecord(m, record.get()); st != GSLXDV_OK) return st;
   (void)record.release();  // on the stack now
   if (row != nullptr) {
-    m->state = row->next;
+    moveTo(m, row->next);
     return GSLXDV_OK;
   }
-  m->state = GSLXDV_STATE_SKIPPING;
+  moveTo(m, GSLXDV_STATE_SKIPPING);
   m->skip_name = skip_name.release();
   m->skip_depth = 1;
   return GSLXDV_OK;
@@ -189,7 +196,7 @@ void releaseText(GslxdvStateMachine *m) {
   void *top = nullptr;
   if (gslulstpoPop(m->core_context, m->stack, &top) != GSLULS_OK) return GSLXDV_FAILED;
   auto *record = static_cast<GslxdvStElem *>(top);
-  m->state = record->state;
+  moveTo(m, record->state);
   (void)gslxdv1fseFreeStElem(m->core_context, record);
   return GSLXDV_OK;
 }
@@ -240,6 +247,7 @@ int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c
     return GSLXDV_NO_MEMORY;
   }
   context->xml = xml;
+  machine->xml = xml;
   context->machine = machine.release();
   *handle = context;
   return GSLXDV_OK;
@@ -282,7 +290,7 @@ int32_t gslxdv1cCleanup(GslxdvParserCtx **handle) {
 int sax_startDocument(void *machine) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
-  m->state = GSLXDV_STATE_DOCUMENT;
+  moveTo(m, GSLXDV_STATE_DOCUMENT);
   m->skip_depth = 0;
   m->entry = nullptr;
   m->attribute = nullptr;
@@ -303,8 +311,10 @@ int sax_endDocument(void *machine) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
   (void)gslxdv1fsmFreeStateMacMemb(m);
+  xmlctx *xml = m->xml;  // the parser outlives its documents
   gslxdv1iInitSMachine(m);
-  m->state = GSLXDV_STATE_ENDED;
+  m->xml = xml;
+  moveTo(m, GSLXDV_STATE_ENDED);
   return GSLXDV_OK;
 }
 

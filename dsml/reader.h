@@ -140,6 +140,9 @@ typedef struct GslxdvStateMachine {
     void *callback_arg;
     uint16_t skip_depth;      /* elements open while skipping */
     uint16_t state;           /* GSLXDV_STATE_* */
+    xmlctx *xml;              /* the parser reading for this machine, told
+                                 whether text is wanted; null when the
+                                 handlers are driven without one */
 } GslxdvStateMachine;
 
 /* One per open element not entered while skipping: the state to return to
@@ -195,7 +198,7 @@ int sax_startDocument(void *machine);
 
 /* Ends a document: releases the members (gslxdv1fsmFreeStateMacMemb),
  * re-initialises the machine (gslxdv1iInitSMachine, which also clears the
- * callback) and sets state ENDED. */
+ * callback; the parser it reads with is kept) and sets state ENDED. */
 int sax_endDocument(void *machine);
 
 /* Opens an element. While skipping, only counts it. Otherwise looks up the
@@ -217,8 +220,8 @@ int sax_startElement(void *machine, const char *name, const xmlattrs *attributes
  * empty). */
 int sax_endElement(void *machine, const char *name);
 
-/* Text. Kept only inside oc-value and value, replacing any text pending
- * there; decoded first when the value is marked base64, and the mark is
+/* Text. Kept only inside oc-value and value (the parser is told not to
+ * collect text anywhere else), replacing any text pending there; decoded first when the value is marked base64, and the mark is
  * then cleared. 5 when memory runs out, 11 for text that does not decode,
  * 9 for null bytes. */
 int sax_characters(void *machine, const char *bytes, uint32_t length);

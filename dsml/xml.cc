@@ -103,6 +103,15 @@ class GrowBuffer {
 
   T *data() const { return data_; }
 
+  // Gives the block back when it holds more than `keep` elements: a single
+  // long text must not stay allocated for the rest of the run.
+  void shrink(size_t keep) {
+    if (capacity_ <= keep) return;
+    (void)gslumfFree(ctx_, data_);
+    data_ = nullptr;
+    capacity_ = 0;
+  }
+
   // Room for at least n elements: XMLIF_OK, XMLIF_NO_MEMORY, or
   // XMLIF_TEXT_TOO_LONG when n elements cannot fit a 32-bit block.
   [[nodiscard]] int reserve(size_t n) {
@@ -130,6 +139,10 @@ class GrowBuffer {
 // Configuration values, in the order the parser receives them.
 constexpr size_t kConfigCount = 10;
 
+// Text and attribute buffers up to this many bytes are kept from one text to
+// the next; larger ones are given back once used.
+constexpr size_t kRetainedBufferBytes = 64 * 1024;
+
 }  // namespace
 
 struct xmlctx {
@@ -148,6 +161,7 @@ struct xmlctx {
 
   GrowBuffer<char> text;  // character data not yet delivered
   size_t text_length = 0;
+  bool text_wanted = true;  // see xmlWantText
   GrowBuffer<const XML_Char *> attributes;  // pairs left after dropping xmlns
 
   // State of the parse under way.
@@ -219,17 +233,24 @@ bool isNamespaceDeclaration(const XML_Char *qualified) {
 }
 
 // ---- Events ------------------------------------------------------------------
+void releaseLargeBuffers(xmlctx *x) {
+  x->text.shrink(kRetainedBufferBytes);
+  x->attributes.shrink(kRetainedBufferBytes / sizeof(const XML_Char *));
+}
+
 // Delivers the pending text as one piece.
 [[nodiscard]] bool flushText(xmlctx *x) {
   if (x->text_length == 0) return true;
   const auto n = static_cast<uint32_t>(x->text_length);  // reserve() capped it
   x->text_length = 0;
-  return wentOn(x, x->handlers.characters(x->user, x->text.data(), n));
+  const bool went_on = wentOn(x, x->handlers.characters(x->user, x->text.data(), n));
+  x->text.shrink(kRetainedBufferBytes);
+  return went_on;
 }
 
 void XMLCALL onCharacters(void *data, const XML_Char *s, int len) {
   auto *x = static_cast<xmlctx *>(data);
-  if (x->stopped || len <= 0) return;
+  if (x->stopped || len <= 0 || !x->text_wanted) return;
   const size_t needed = x->text_length + static_cast<size_t>(len);
   if (const int st = x->text.reserve(needed); st != XMLIF_OK) {
     stopParse(x, st);
@@ -406,12 +427,14 @@ class ParseScope {
     x->stopped = false;
     x->failure = XMLIF_OK;
     x->text_length = 0;
+    x->text_wanted = true;
     t_expatContext = x->core;
   }
   ~ParseScope() {
     if (x_->expat != nullptr) XML_ParserFree(x_->expat);
     x_->expat = nullptr;
     x_->text_length = 0;
+    releaseLargeBuffers(x_);
     x_->parsing = false;
     t_expatContext = saved_context_;
   }
@@ -539,6 +562,10 @@ int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t fla
 }
 
 void xmlterm(xmlctx *xml) { destroyInstance(xml); }
+
+void xmlWantText(xmlctx *xml, int wanted) {
+  if (xml != nullptr) xml->text_wanted = wanted != 0;
+}
 
 uint32_t numAttributes(const xmlattrs *attrs) { return attrs != nullptr ? attrs->count : 0; }
 

@@ -30,7 +30,9 @@
  * the document rather than silently dropping part of its text.
  *
  * Memory: documents are read in chunks, so memory is bounded by the largest
- * single text, start tag or attribute value, never by the document size.
+ * single wanted text, start tag or attribute value, never by the document
+ * size. The buffer of a long text is given back once it was delivered, and
+ * at the end of each document.
  * Every block, expat's included, comes from the process-wide core context's
  * allocator (core/memory.h).
  */
@@ -137,6 +139,13 @@ int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t fla
 /* Ends the instance and releases everything it holds. Null: nothing. Must
  * not be called from a handler of the same instance. */
 void xmlterm(xmlctx *xml);
+
+/* Whether text arriving from now on is wanted. Unwanted text is dropped as
+ * it arrives, neither kept nor reported, so content nobody reads costs no
+ * memory however long it is. Every document starts with text wanted. A
+ * handler may call it; it applies to the text after the event being
+ * handled. Null xml: nothing. */
+void xmlWantText(xmlctx *xml, int wanted);
 
 /* Number of attributes in attrs; 0 for null. */
 uint32_t numAttributes(const xmlattrs *attrs);

@@ -103,18 +103,24 @@ struct PieceCase {
   const char *name;
   std::string text;
   std::string expected;
+  std::string suffix = "";  // literal text after the %s
 };
 
 std::string repeat(char c, std::size_t n) { return std::string(n, c); }
 
 class PieceTest : public OutputTest, public ::testing::WithParamInterface<PieceCase> {};
 
+// A bare "%s" is written to standard output without being expanded; a
+// precision forces the expansion. Both must cut the same pieces.
 TEST_P(PieceTest, LongTextGetsNewlineAfterEveryPieceDeliberately) {
   const PieceCase &c = GetParam();
-  const std::string out = captureStdout(
-      [&] { EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", c.text.c_str()), GSLUF_OK); });
-  EXPECT_EQ(out.size(), c.expected.size());
-  EXPECT_TRUE(out == c.expected);
+  for (const std::string &format : {"%s" + c.suffix, "%.1048576s" + c.suffix}) {
+    const std::string out = captureStdout([&] {
+      EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, format.c_str(), c.text.c_str()), GSLUF_OK);
+    });
+    EXPECT_EQ(out.size(), c.expected.size()) << format;
+    EXPECT_TRUE(out == c.expected) << format;
+  }
 }
 
 const std::string kE = "\xC3\xA9";
@@ -127,7 +133,11 @@ INSTANTIATE_TEST_SUITE_P(
         PieceCase{"CharacterNotSplit", repeat('a', 32762) + kE + "b",
                   repeat('a', 32762) + "\n" + kE + "b\n"},
         PieceCase{"ThreePieces", repeat('x', 2 * 32763 + 1),
-                  repeat('x', 32763) + "\n" + repeat('x', 32763) + "\nx\n"}),
+                  repeat('x', 32763) + "\n" + repeat('x', 32763) + "\nx\n"},
+        PieceCase{"SuffixCompletes32763AsIs", repeat('a', 32762), repeat('a', 32762) + "\n", "\n"},
+        PieceCase{"SuffixMakesASecondPiece", repeat('a', 32763), repeat('a', 32763) + "\n\n\n", "\n"},
+        PieceCase{"CharacterBeforeTheSuffixNotSplit", repeat('a', 32762) + kE,
+                  repeat('a', 32762) + "\n" + kE + "\n\n", "\n"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // ---- The retry sequence ------------------------------------------------------------

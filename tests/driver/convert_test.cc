@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -141,8 +143,20 @@ TEST_F(ConvertTest, EveryAllocationFailureEndsInWholeRecordsAndAMessage) {
 }
 
 // The record is rendered, but the text cannot be printed: the entry must
-// not vanish from an output that otherwise looks complete.
+// not vanish from an output that otherwise looks complete. Printing
+// allocates only when it converts, so the run is in a Latin-1 locale.
 TEST_F(ConvertTest, AFailedPrintStopsTheRun) {
+  const std::string locales = dir_.path() + "/locales";
+  const std::string cmd = "localedef -i en_US -f ISO-8859-1 " + locales + "/en_US.ISO-8859-1 >/dev/null 2>&1";
+  std::filesystem::create_directories(locales);
+  if (std::system(cmd.c_str()) != 0 && !std::filesystem::exists(locales + "/en_US.ISO-8859-1")) {
+    GTEST_SKIP() << "localedef cannot build en_US.ISO-8859-1 here (package locales missing)";
+  }
+  qtest::dropContext();
+  env_.set("LOCPATH", locales);
+  env_.set("LANG", "en_US.ISO-8859-1");
+  ctx_ = gsluizgcGetContext();
+  ASSERT_NE(ctx_, nullptr);
   const std::string big = dir_.write("big.dsml", document(entry("a1", "x") + entry("a2", std::string(40000, 'b')) +
                                                          entry("a3", "z")));
   CommandRun command(dir_);

@@ -261,6 +261,28 @@ TEST(ReaderMachineTest, UndecodableTextIsRefusedAndDropped) {
   EXPECT_EQ(machine.m.text, nullptr);
 }
 
+// ---- Memory -------------------------------------------------------------------------
+
+// Text that no value keeps is dropped as it arrives, however long; the
+// buffer of a long value is given back once the value was taken.
+TEST(ReaderMemoryTest, OnlyValuesCostMemoryAndOnlyWhileRead) {
+  const std::string text(10 << 20, 't');
+  const std::string skipped = "<dsml>" + text + "<directory-entries><extra>" + text +
+                              "</extra><entry dn=\"cn=a\">" + text + "<attr name=\"d\">" + text +
+                              "<value>v</value></attr></entry></directory-entries></dsml>";
+  Reader reader;
+  qtest::FailingAllocator allocator;
+  ASSERT_EQ(reader.parseInChunks(kAnnLee), kAnnLeeOutcome);  // buffers of a small document
+  const size_t small = allocator.peak;
+  allocator.peak = allocator.bytes;
+  EXPECT_EQ(reader.parse(reader.dir.write("skipped.dsml", skipped)), (Outcome{GSLXDV_OK, {"cn=a|d=v"}}));
+  EXPECT_LT(allocator.peak, small + (1u << 20)) << "skipped text was kept";
+  const size_t before = allocator.bytes;
+  EXPECT_EQ(reader.parse(reader.dir.write("long.dsml", inEntry("<attr name=\"d\"><value>" + text + "</value></attr>"))).status,
+            GSLXDV_OK);
+  EXPECT_LT(allocator.bytes, before + (64u << 10)) << "the long value's buffer was kept";
+}
+
 // ---- Allocation failures ----------------------------------------------------------
 
 const std::string kSample =

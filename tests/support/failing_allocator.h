@@ -1,8 +1,10 @@
 // tests/support/failing_allocator.h - allocator hooks for tests: fail every
-// allocation once a budget is used up, count the blocks alive, and record
-// each reallocation's sizes.
+// allocation once a budget is used up, count the blocks and bytes alive (and
+// their peak), and record each reallocation's sizes.
 #ifndef QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
 #define QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
+
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -22,11 +24,15 @@ struct FailingAllocator {
   static constexpr size_t kUnlimited = SIZE_MAX;
   static inline size_t budget;  // allocations that may still succeed
   static inline long live;      // blocks allocated minus blocks released
+  static inline size_t bytes;   // usable bytes of the blocks alive
+  static inline size_t peak;    // the most bytes alive at any time
   static inline std::vector<std::pair<uint32_t, uint32_t>> reallocations;  // (new, old size)
 
   FailingAllocator() {
     budget = kUnlimited;
     live = 0;
+    bytes = 0;
+    peak = 0;
     reallocations.clear();
     (void)gslumsSetHooks(nullptr, allocate, nullptr, reallocate, release);
   }
@@ -35,8 +41,12 @@ struct FailingAllocator {
   static void *allocate(gsluctx *, uint32_t size) {
     if (budget == 0) return nullptr;
     if (budget != kUnlimited) --budget;
+    void *p = std::malloc(size);
+    if (p == nullptr) return nullptr;
     ++live;
-    return std::malloc(size);
+    bytes += malloc_usable_size(p);
+    peak = std::max(peak, bytes);
+    return p;
   }
   static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
     reallocations.emplace_back(size, oldsize);
@@ -48,6 +58,7 @@ struct FailingAllocator {
   }
   static void release(gsluctx *, void *block) {
     --live;
+    bytes -= malloc_usable_size(block);
     std::free(block);
   }
 };
