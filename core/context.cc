@@ -12,8 +12,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "core/context_access.h"
 #include "core/context_internal.h"
-#include "core/password_schemes.h"
 
 gsluctx *sgsluzGlobalContext = nullptr;
 __thread gsluctx *sgsluzGlobalContext_t_ = nullptr;
@@ -30,6 +30,7 @@ constexpr std::size_t kEnvBufferSize = 1024;  // 1023 characters and a NUL
 constexpr std::size_t kPathBufferSize = PATH_MAX;
 
 std::atomic<int> g_fail_step{kStepNone};
+std::atomic<const FinalStartupStep *> g_final_step{nullptr};
 std::atomic<gsluMallocHook> g_startup_malloc_hook{nullptr};
 char g_diagnostic[1024];
 
@@ -221,11 +222,21 @@ void finishPublished(gsluctx *ctx) {
 
 }  // namespace
 
+void registerFinalStartupStep(const FinalStartupStep *step) { g_final_step.store(step); }
+
 void startupFailStepForTesting(StartupStep step) { g_fail_step.store(step); }
 
 void startupMallocHookForTesting(gsluMallocHook hook) { g_startup_malloc_hook.store(hook); }
 
 const char *startupDiagnostic() { return g_diagnostic; }
+
+bool internalSetIsSingleByte(gsluctx *ctx) {
+  const gsluctx *g = resolveContext(ctx);
+  return g != nullptr && g->internal_lang != nullptr &&
+         (g->internal_lang->flags & kLangSingleByte) != 0;
+}
+
+bool convertsOutput(const gsluctx *ctx) { return ctx != nullptr && ctx->output_conversion != 0; }
 
 }  // namespace gslu
 
@@ -306,8 +317,9 @@ int gsluinit(gsluctx **out) {
   // Deliberate: the context is already published, and stays so when its
   // password-scheme table cannot be built; a caller may find it half-built
   // through the global pointer.
-  if (buildPasswordSchemes(ctx) != GSLU_INIT_OK) {
-    setDiagnostic("the password-scheme table could not be built");
+  if (const FinalStartupStep *step = g_final_step.load();
+      step != nullptr && step->build(ctx) != GSLU_INIT_OK) {
+    setDiagnostic("%s", step->failure);
     return GSLU_INIT_SERVICE_FAILED;
   }
   *out = ctx;
@@ -316,7 +328,7 @@ int gsluinit(gsluctx **out) {
 
 int gslushut(gsluctx *ctx) {
   if (ctx == nullptr) return GSLU_INIT_NULL_ARG;
-  destroyPasswordSchemes(ctx);
+  if (const FinalStartupStep *step = g_final_step.load()) step->destroy(ctx);
   if (sgsluugGetContext() == ctx) sgsluusSetContext(nullptr);
   if (sgsluzGlobalContext == ctx) sgsluzGlobalContext = nullptr;
   ctx->life_state = GSLU_LIFE_SHUT_DOWN;

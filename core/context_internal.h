@@ -1,6 +1,7 @@
-// core/context_internal.h - the layout of the core context and the helpers
-// every module of the library uses to reach it. Internal (C++ only); the
-// public API sees gsluctx as an opaque type.
+// core/context_internal.h - the layout of the core context and what the
+// core's own modules share about it. Private to core/ (C++ only): the other
+// layers see gsluctx as an opaque type and use core/owned.h and
+// core/context_access.h.
 #ifndef QUILLOMAT_CORE_CONTEXT_INTERNAL_H
 #define QUILLOMAT_CORE_CONTEXT_INTERNAL_H
 
@@ -8,12 +9,12 @@
 
 #include <csetjmp>
 #include <cstdint>
-#include <memory>
 
 #include "core/context.h"
 #include "core/lang.h"
 #include "core/memory.h"
 #include "core/msgfile.h"
+#include "core/owned.h"
 #include "core/output.h"
 #include "core/runtime.h"
 
@@ -104,15 +105,6 @@ enum LockBits : uint32_t {
   kLockRw = 0x10,
 };
 
-// The context a function works on: ctx itself, else the published
-// process-wide pointer, else the context created now (null when start-up
-// fails).
-[[nodiscard]] inline gsluctx *resolveContext(gsluctx *ctx) {
-  if (ctx != nullptr) return ctx;
-  if (sgsluzGlobalContext != nullptr) return sgsluzGlobalContext;
-  return gsluizgcGetContext();
-}
-
 // The calling thread's language-service slot.
 [[nodiscard]] inline LangSlot &threadSlot(gsluctx *ctx) {
   return ctx->slots[currentThreadId() & kLangSlotMask];
@@ -142,6 +134,18 @@ enum StartupStep : int {
 };
 void startupFailStepForTesting(StartupStep step);
 
+// The last step of start-up builds the password-scheme table, a string hash
+// table of util, the layer above the core. So start-up does not call it by
+// name: the object that builds the table (core/password_schemes.cc, target
+// core_schemes) registers the step when it is linked into a program. Without
+// it start-up ends one step earlier and the context has no table.
+struct FinalStartupStep {
+  int (*build)(gsluctx *ctx);     // GSLU_INIT_OK, or GSLU_INIT_SERVICE_FAILED
+  void (*destroy)(gsluctx *ctx);  // the first action of shut-down
+  const char *failure;            // the diagnostic when build fails
+};
+void registerFinalStartupStep(const FinalStartupStep *step);
+
 // What other modules hold in the context and shut-down releases: the
 // converters of the thread slots (core/convert.cc), and the log file with
 // its names and time-stamp format (core/log.cc).
@@ -150,17 +154,9 @@ void logClose(gsluctx *ctx);
 void logRelease(gsluctx *ctx);
 
 // Test hook: the allocation hook every new context starts with (null, the
-// default: none), so that a test can fail the allocations of start-up's last
-// step, the only one that allocates through the context.
+// default: none), so that a test can fail the allocations start-up makes
+// through the context: the catalogue's and the password-scheme table's.
 void startupMallocHookForTesting(gsluMallocHook hook);
-
-// Frees a block through the context's allocator; for std::unique_ptr.
-struct ContextFree {
-  gsluctx *ctx;
-  void operator()(void *p) const noexcept { (void)gslumfFree(ctx, p); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, ContextFree>;
 
 }  // namespace gslu
 

@@ -1,4 +1,6 @@
-// core/password_schemes.cc - the password-scheme table of the core context.
+// core/password_schemes.cc - the password-scheme table of the core context,
+// built as start-up's last step. This object stands above util (it needs the
+// string hash table) and registers the step with the core.
 #include "core/password_schemes.h"
 
 #include "util/hash.h"
@@ -35,5 +37,15 @@ void destroyPasswordSchemes(gsluctx *ctx) {
   (void)gsluhhClntaDestroyStrHash(ctx, ctx->password_schemes);
   ctx->password_schemes = nullptr;
 }
+
+namespace {
+
+constexpr FinalStartupStep kPasswordSchemeStep = {
+    buildPasswordSchemes, destroyPasswordSchemes, "the password-scheme table could not be built"};
+
+// Registered while the program starts, before main() runs.
+[[maybe_unused]] const bool g_registered = (registerFinalStartupStep(&kPasswordSchemeStep), true);
+
+}  // namespace
 
 }  // namespace gslu

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "core/context_internal.h"
+#include "core/owned.h"
 #include "core/memory.h"
 #include "dsml/reader_table.h"
 #include "entry/base64.h"

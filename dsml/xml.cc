@@ -20,7 +20,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "core/context_internal.h"
+#include "core/owned.h"
 #include "core/memory.h"
 
 static_assert(std::is_same_v<XML_Char, char>, "expat must hand over UTF-8 (char) text");

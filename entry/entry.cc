@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "core/context_internal.h"
+#include "core/owned.h"
 #include "core/memory.h"
 #include "util/strings.h"
 

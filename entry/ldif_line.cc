@@ -1,11 +1,12 @@
 // entry/ldif_line.cc - LDIF attribute-value lines: the plain or base64
 // decision, folding, conversion of non-binary base64 values, and the binary
 // attribute list.
-#include "entry/ldif_line.h"
+#include "entry/ldif_line_internal.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "core/context_access.h"
 #include "core/convert.h"
 #include "core/memory.h"
 #include "core/output.h"
@@ -133,8 +134,7 @@ ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, ui
   const Form form = chooseForm(bytes_, length);
   base64_ = form.base64;
   count_ = form.base64 ? length : form.shown;
-  if (!base64_ || conversion != Conversion::kAsContext || core == nullptr ||
-      core->output_conversion == 0) {
+  if (!base64_ || conversion != Conversion::kAsContext || !gslu::convertsOutput(core)) {
     return;
   }
   // gsldlEIsBinary wants a NUL-terminated type; the record writer's types

@@ -82,40 +82,7 @@ void gsldlCPutTypeAndValue(char **position, const char *type, const char *value,
 int32_t gsldlEIsBinary(const char *type);
 
 #ifdef __cplusplus
-}  /* extern "C" */
-
-#include <string_view>
-
-#include "core/context_internal.h"
-
-namespace gslu::ldif {
-
-// Whether a line's value may be converted to the output character set.
-enum class Conversion { kNone, kAsContext };
-
-// One value line, laid out before it is written, so that callers can size a
-// whole record exactly and then write it without intermediate blocks. With
-// Conversion::kAsContext a base64 value of a non-binary type is converted
-// here (once) when the core context converts output.
-class ValueLine {
- public:
-  ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
-            Conversion conversion);
-
-  // Bytes of the line, its final newline included (no NUL).
-  [[nodiscard]] size_t size() const;
-  // Writes the line at out and returns the end of what was written.
-  char *write(char *out) const;
-
- private:
-  std::string_view type_;
-  const unsigned char *bytes_;  // what the line shows, before encoding
-  uint64_t count_;              // bytes of bytes_ shown
-  bool base64_;
-  Owned<char> converted_;       // the converted value, when there is one
-};
-
-}  // namespace gslu::ldif
+}
 #endif
 
 #endif /* QUILLOMAT_ENTRY_LDIF_LINE_H */

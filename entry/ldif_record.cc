@@ -7,9 +7,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/context_internal.h"
+#include "core/owned.h"
 #include "core/memory.h"
-#include "entry/ldif_line.h"
+#include "entry/ldif_line_internal.h"
 
 namespace {
 

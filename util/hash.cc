@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <new>
 
-#include "core/context_internal.h"
+#include "core/owned.h"
 #include "core/memory.h"
 #include "core/output.h"
 #include "core/runtime.h"

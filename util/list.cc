@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "core/context_internal.h"
+#include "core/owned.h"
 #include "core/memory.h"
 
 namespace {

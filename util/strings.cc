@@ -18,7 +18,8 @@
 #include <cstring>
 #include <limits>
 
-#include "core/context_internal.h"
+#include "core/context_access.h"
+#include "core/owned.h"
 #include "core/lang.h"
 #include "core/memory.h"
 
@@ -362,24 +363,8 @@ struct Number {
 
 // ---- Glue between the public functions and the service ---------------------
 
-// The caller-supplied allocator table, when it is complete.
-[[nodiscard]] const gsluMemCallbacks *completeTable(const gsluctx *ctx) {
-  if (ctx == nullptr) return nullptr;
-  const gsluMemCallbacks *t = ctx->mem_table;
-  if (t == nullptr || t->allocate == nullptr || t->allocate_zeroed == nullptr ||
-      t->reallocate == nullptr || t->release == nullptr) {
-    return nullptr;
-  }
-  return t;
-}
-
-// Whether the internal character set has one byte per character. A context
-// that cannot be had, or has no internal language yet, means UTF-8.
-[[nodiscard]] bool internalSetIsSingleByte(gsluctx *ctx) {
-  const gsluctx *g = gslu::resolveContext(ctx);
-  return g != nullptr && g->internal_lang != nullptr &&
-         (g->internal_lang->flags & gslu::kLangSingleByte) != 0;
-}
+// Whether the internal character set has one byte per character.
+[[nodiscard]] bool internalSetIsSingleByte(gsluctx *ctx) { return gslu::internalSetIsSingleByte(ctx); }
 
 // The class test behind the twelve public ones.
 [[nodiscard]] uint32_t classTest(gsluctx *ctx, const char *c, uint32_t mask) {
@@ -497,14 +482,8 @@ char *gslussdStrdup(gsluctx *ctx, const char *s) {
   if (s == nullptr) return nullptr;
   uint32_t len;
   if (!allocatableLength(s, &len)) return nullptr;
-  gsluctx *g = gslu::resolveContext(ctx);
   const uint32_t size = len + 1;
-  void *block = nullptr;
-  if (const gsluMemCallbacks *t = completeTable(g)) {
-    block = t->allocate(g, g->mem_user, size);
-  } else {
-    block = gslummMalloc(g, size);
-  }
+  void *block = gslummMalloc(ctx, size);
   if (block == nullptr) return nullptr;
   std::memcpy(block, s, size);
   return static_cast<char *>(block);

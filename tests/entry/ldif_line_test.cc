@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "core/context_internal.h"
 #include "core/memory.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <mutex>
 #include <thread>
 
-#include "core/context_internal.h"
+#include "core/runtime.h"
 #include "core/output.h"
 #include "core/runtime.h"
 #include "tests/support/test_support.h"
