@@ -1,6 +1,6 @@
 // dsml/reader.cc - the DSML v1 reader: five event handlers driving the
 // element state machine of dsml/reader_table.h. Contracts in dsml/reader.h.
-#include "dsml/reader.h"
+#include "dsml/reader_internal.h"
 
 #include <cstddef>
 #include <cstdint>

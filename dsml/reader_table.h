@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "dsml/reader.h"
+#include "dsml/reader_internal.h"
 
 namespace gslxdv {
 

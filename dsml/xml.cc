@@ -4,7 +4,7 @@
 // The seven public functions are one-line shims over the parser proper
 // (createInstance, parseSource), which takes the full argument lists of the
 // parser interface, fixed values included.
-#include "dsml/xml.h"
+#include "dsml/xml_internal.h"
 
 #include <expat.h>
 #include <fcntl.h>
@@ -584,8 +584,8 @@ const char *getAttrValue(const xmlattr *attr) {
   return reinterpret_cast<const XML_Char *const *>(attr)[1];
 }
 
+}  // extern "C"
+
 void xmlSetChunkSizeForTesting(size_t size) {
   g_chunkSize.store(size != 0 ? size : kDefaultChunkSize, std::memory_order_relaxed);
 }
-
-}  // extern "C"

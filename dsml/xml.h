@@ -161,11 +161,6 @@ const char *getAttrLocal(const xmlattr *attr);
  * for a null attribute. */
 const char *getAttrValue(const xmlattr *attr);
 
-/* TEST ONLY: reads documents in chunks of size bytes (0 restores
- * XMLIF_DEFAULT_CHUNK_SIZE), so tests can show that the events do not
- * depend on where the input is split. Process-wide; not for production. */
-void xmlSetChunkSizeForTesting(size_t size);
-
 #ifdef __cplusplus
 }
 #endif

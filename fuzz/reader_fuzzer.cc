@@ -16,7 +16,8 @@
 #include <string>
 
 #include "core/memory.h"
-#include "dsml/reader.h"
+#include "dsml/reader_internal.h"
+#include "dsml/xml_internal.h"
 #include "entry/ldif_record.h"
 
 namespace {

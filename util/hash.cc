@@ -1,5 +1,5 @@
 // util/hash.cc - the string hash table. Contracts in util/hash.h.
-#include "util/hash.h"
+#include "util/hash_internal.h"
 
 #include <cmath>
 #include <cstdint>

@@ -36,7 +36,6 @@
 #ifndef QUILLOMAT_UTIL_HASH_H
 #define QUILLOMAT_UTIL_HASH_H
 
-#include <pthread.h>
 #include <stdint.h>
 
 #include "core/context.h"
@@ -84,6 +83,8 @@ enum {
     GSLUHH_CMP_NOCASE = 1
 };
 
+/* The table and its buckets: their layout is the module's own
+ * (util/hash_internal.h). */
 typedef struct gsluhhTable gsluhhTable;
 typedef struct gsluhhBucket gsluhhBucket;
 
@@ -106,33 +107,6 @@ typedef struct gsluhhElement {
     uint32_t key_length;         /* bytes before the NUL */
     void *value;
 } gsluhhElement;
-
-struct gsluhhBucket {
-    pthread_rwlock_t lock;       /* initialised only with bucket locks */
-    gsluhhElement *head;
-    gsluhhElement *tail;
-    uint32_t count;
-};
-
-/* The table record. Read-only for callers. */
-struct gsluhhTable {
-    pthread_rwlock_t lock;
-    gsluhhBucket *buckets;       /* bucket_count + 1; the last stays empty */
-    uint32_t ready;              /* 0 while re-initialising, and once freed */
-    uint32_t *weights;           /* GSLUHH_WEIGHT_COUNT weights of the hash */
-    gsluhhHashFunction hash;
-    uint32_t bucket_count;
-    uint32_t element_count;
-    uint32_t magic;              /* GSLUHH_MAGIC while the table lives */
-    int32_t lang_compare;        /* GSLUHH_OPT_LANGCMP */
-    int32_t nocase;              /* GSLUHH_OPT_NOCASE */
-    int32_t value_is_key;        /* GSLUHH_OPT_VALUE_IS_KEY */
-    int32_t compare_mode;        /* GSLUHH_CMP_* */
-    uint32_t ref_count;
-    int32_t bucket_locks;        /* fixed at creation */
-    int32_t search_lock;         /* GSLUHH_OPT_LOCK_SEARCH */
-    gsluhhReleaseFunction release; /* GSLUHH_OPT_FREEFUNC */
-};
 
 /* Position of an iteration. */
 typedef struct gsluhhIterator {

@@ -1,7 +1,8 @@
 // Tests of dsml/reader.h: real documents read through expat in chunks of 1,
 // 2, 7 and 4096 bytes (every outcome must agree), the kept oddities, the
 // guards of the machine and allocation failures.
-#include "dsml/reader.h"
+#include "dsml/reader_internal.h"
+#include "dsml/xml_internal.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Tests of dsml/xml.h: the event sequence of real documents read in chunks
 // of 1, 2, 7 and 4096 bytes, whole texts, local names, stopping, sources,
 // entity safety and allocation failures.
-#include "dsml/xml.h"
+#include "dsml/xml_internal.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Tests of util/hash.h: known hash values, creation and its failures, the
 // comparison rules, the kept oddities, re-initialisation, iteration, dumps,
 // lock failures and (suite HashConcurrency) several threads at once.
-#include "util/hash.h"
+#include "util/hash_internal.h"
 
 #include <gtest/gtest.h>
 
