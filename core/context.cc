@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "core/context_access.h"
 #include "core/context_internal.h"
@@ -54,7 +55,7 @@ __attribute__((format(printf, 1, 2))) void setDiagnostic(const char *format, ...
   return true;
 }
 
-// Step 9: the three languages and the two conversion flags.
+// The three languages and the two conversion flags.
 void setUpLanguages(gsluctx *ctx) {
   Language &internal = ctx->lang_storage[0];
   Language &environment = ctx->lang_storage[1];
@@ -146,8 +147,9 @@ void releaseServices(gsluctx *ctx) {
   ctx->locks_created = 0;
 }
 
-// Steps 7 to 20 on a zeroed context. Returns 0 or 2; on failure the caller
-// releases what was built.
+// Everything a context holds, from its first lock to the formatting service,
+// on a zeroed context. Returns 0 or 2; on failure the caller releases what
+// was built.
 [[nodiscard]] int buildServices(gsluctx *ctx, const char *mesgdir) {
   constexpr int kFailed = GSLU_INIT_SERVICE_FAILED;
   if (stepFails(kStepFirstLock) || !createLock(ctx, &ctx->general_lock[0], kLockGeneral0)) {
@@ -208,7 +210,8 @@ void releaseServices(gsluctx *ctx) {
   return GSLU_INIT_OK;
 }
 
-// Steps 22 to 24: what follows publication.
+// What follows publication: the security service, the at-exit callback and
+// the client setting.
 void finishPublished(gsluctx *ctx) {
   ctx->mem_table = nullptr;
   ctx->mem_user = nullptr;
@@ -218,6 +221,75 @@ void finishPublished(gsluctx *ctx) {
   ctx->security = securityInit(&params);  // its result is not checked
   (void)registryAtExit(ctx->registry, gslushutcb, ctx);
   ctx->client_setting = kClientSettingDefault;
+}
+
+// Holds the process-wide start-up lock for its lifetime.
+class StartupLockGuard {
+ public:
+  StartupLockGuard() { startupLock(); }
+  ~StartupLockGuard() { startupUnlock(); }
+  StartupLockGuard(const StartupLockGuard &) = delete;
+  StartupLockGuard &operator=(const StartupLockGuard &) = delete;
+};
+
+// A context block being built: released with everything it holds, unless
+// committed. Nothing of a failed start-up is kept, so a library caller that
+// goes on calling with a null context retries without growing.
+class ContextUnderConstruction {
+ public:
+  ContextUnderConstruction(Registry *reg, gsluctx *ctx) : reg_(reg), ctx_(ctx) {}
+  ~ContextUnderConstruction() {
+    if (ctx_ == nullptr) return;
+    releaseServices(ctx_);
+    registryPrivateFree(reg_, ctx_);
+  }
+  ContextUnderConstruction(const ContextUnderConstruction &) = delete;
+  ContextUnderConstruction &operator=(const ContextUnderConstruction &) = delete;
+  [[nodiscard]] gsluctx *get() const { return ctx_; }
+  [[nodiscard]] gsluctx *commit() { return std::exchange(ctx_, nullptr); }
+
+ private:
+  Registry *reg_;
+  gsluctx *ctx_;
+};
+
+// Under the start-up lock: the context already registered (*created false),
+// or a new one built, registered and published (*created true).
+[[nodiscard]] int createPublished(Registry *reg, const char *mesgdir, gsluctx **out, bool *created) {
+  const StartupLockGuard lock;
+  if (auto *existing = static_cast<gsluctx *>(registryLookup(reg, kRegistryName))) {
+    *out = existing;
+    return GSLU_INIT_OK;
+  }
+  if (stepFails(kStepLanguageService)) {
+    setDiagnostic("the language service could not be initialised");
+    return GSLU_INIT_SERVICE_FAILED;
+  }
+  auto *block = stepFails(kStepContextMemory)
+                    ? nullptr
+                    : static_cast<gsluctx *>(registryPrivateAlloc(reg, sizeof(gsluctx)));
+  if (block == nullptr) {
+    setDiagnostic("no memory for the core context");
+    return GSLU_INIT_NO_MEMORY;
+  }
+  ContextUnderConstruction ctx(reg, block);
+  // The registry hands out zeroed memory, so every handle, hook and the
+  // time-stamp format start out null (tests may ask for an allocation hook).
+  block->hook_malloc = g_startup_malloc_hook.load();
+  block->registry = reg;
+  block->files = registryFileService(reg);
+  int rc = buildServices(block, mesgdir);
+  if (rc == GSLU_INIT_OK && (stepFails(kStepRegistrySave) || !registrySave(reg, kRegistryName, block))) {
+    rc = GSLU_INIT_SERVICE_FAILED;
+  }
+  if (rc != GSLU_INIT_OK) {
+    if (g_diagnostic[0] == '\0') setDiagnostic("a runtime service could not be started");
+    return rc;
+  }
+  sgsluusSetContext(ctx.commit());
+  *out = block;
+  *created = true;
+  return GSLU_INIT_OK;
 }
 
 }  // namespace
@@ -270,53 +342,24 @@ gsluctx *gsluizgcGetContext(void) {
 int gsluinit(gsluctx **out) {
   if (out == nullptr) return GSLU_INIT_NULL_ARG;
   char mesgdir[kEnvBufferSize];
-  bool have_mesgdir = readEnv("VSX_LDAP_MESGDIR", mesgdir);
+  const bool have_mesgdir = readEnv("VSX_LDAP_MESGDIR", mesgdir);
   *out = nullptr;
   g_diagnostic[0] = '\0';
-  startupLock();
   Registry *reg = registryInit(RegistryMode::kProcess);
-  if (auto *existing = static_cast<gsluctx *>(registryLookup(reg, kRegistryName))) {
-    *out = existing;
-    startupUnlock();
-    return GSLU_INIT_OK;
-  }
-  if (stepFails(kStepLanguageService)) {
-    setDiagnostic("the language service could not be initialised");
-    startupUnlock();
-    return GSLU_INIT_SERVICE_FAILED;
-  }
-  auto *ctx = stepFails(kStepContextMemory)
-                  ? nullptr
-                  : static_cast<gsluctx *>(registryPrivateAlloc(reg, sizeof(gsluctx)));
-  if (ctx == nullptr) {
-    setDiagnostic("no memory for the core context");
-    startupUnlock();
-    return GSLU_INIT_NO_MEMORY;
-  }
-  // The registry hands out zeroed memory, so every handle, hook and the
-  // time-stamp format start out null (tests may ask for an allocation hook).
-  ctx->hook_malloc = g_startup_malloc_hook.load();
-  ctx->registry = reg;
-  ctx->files = registryFileService(reg);
-  int rc = buildServices(ctx, have_mesgdir ? mesgdir : nullptr);
-  if (rc == GSLU_INIT_OK && (stepFails(kStepRegistrySave) || !registrySave(reg, kRegistryName, ctx))) {
-    rc = GSLU_INIT_SERVICE_FAILED;
-  }
-  if (rc != GSLU_INIT_OK) {
-    if (g_diagnostic[0] == '\0') setDiagnostic("a runtime service could not be started");
-    releaseServices(ctx);
-    // Nothing of a failed start-up is kept: a library caller that goes on
-    // calling with a null context retries each time without growing.
-    registryPrivateFree(reg, ctx);
-    startupUnlock();
+  gsluctx *ctx = nullptr;
+  bool created = false;
+  if (const int rc = createPublished(reg, have_mesgdir ? mesgdir : nullptr, &ctx, &created);
+      rc != GSLU_INIT_OK) {
     return rc;
   }
-  sgsluusSetContext(ctx);
-  startupUnlock();
+  if (!created) {
+    *out = ctx;
+    return GSLU_INIT_OK;
+  }
   finishPublished(ctx);
   // Deliberate: the context is already published, and stays so when its
-  // password-scheme table cannot be built; a caller may find it half-built
-  // through the global pointer.
+  // last step (the password-scheme table) fails; a caller may find it
+  // half-built through the global pointer.
   if (const FinalStartupStep *step = g_final_step.load();
       step != nullptr && step->build(ctx) != GSLU_INIT_OK) {
     setDiagnostic("%s", step->failure);

@@ -114,23 +114,23 @@ enum LockBits : uint32_t {
 // names the step, and for a malformed message catalogue the file and line.
 [[nodiscard]] const char *startupDiagnostic();
 
-// Start-up steps that can fail, numbered as the start-up sequence counts
-// them; tests make one fail with startupFailStepForTesting.
+// Start-up steps that can fail, in the order start-up takes them; tests make
+// one fail with startupFailStepForTesting.
 enum StartupStep : int {
-  kStepNone = 0,
-  kStepLanguageService = 5,
-  kStepContextMemory = 6,
-  kStepFirstLock = 7,
-  kStepLanguages = 10,
-  kStepThreadService = 12,
-  kStepResourceManager = 13,
-  kStepLocks = 14,
-  kStepMessages = 15,
-  kStepMessageBind = 16,
-  kStepSecondLock = 17,
-  kStepOutputMessages = 18,
-  kStepFormat = 19,
-  kStepRegistrySave = 21,
+  kStepNone,
+  kStepLanguageService,
+  kStepContextMemory,
+  kStepFirstLock,
+  kStepLanguages,
+  kStepThreadService,
+  kStepResourceManager,
+  kStepLocks,
+  kStepMessages,
+  kStepMessageBind,
+  kStepSecondLock,
+  kStepOutputMessages,
+  kStepFormat,
+  kStepRegistrySave,
 };
 void startupFailStepForTesting(StartupStep step);
 

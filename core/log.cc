@@ -264,6 +264,14 @@ int gslufgGetLogfile(gsluctx *ctx) {
   Owned<char> path(joinAlloc(g, {home, kLogDirectory, name}), ContextFree{g});
   Owned<char> name_block(joinAlloc(g, {name}), ContextFree{g});
   if (!path || !name_block) return GSLUF_NO_MEMORY;
+  // Everything the log needs is acquired first; the context changes only
+  // once nothing can fail any more.
+  Owned<void> stamp(nullptr, ContextFree{g});
+  if (g->log_stamp_format == nullptr) {
+    stamp.reset(gslummMalloc(g, kStampFormatSize));
+    if (!stamp) return GSLUF_NO_MEMORY;
+    if (!compileStampFormat(g, stamp.get())) return GSLUF_WRITE_FAILED;
+  }
   const bool exists = ::access(path.get(), F_OK) == 0;
   FILE *file = openStreamFile(path.get(), exists ? GSLUF_MODE_APPEND : GSLUF_MODE_CREATE);
   if (file == nullptr) return GSLUF_WRITE_FAILED;
@@ -271,18 +279,7 @@ int gslufgGetLogfile(gsluctx *ctx) {
   g->log_file = file;
   g->log_path = path.release();
   g->log_name = name_block.release();
-  if (g->log_stamp_format == nullptr) {
-    Owned<void> stamp(gslummMalloc(g, kStampFormatSize), ContextFree{g});
-    if (!stamp) {
-      logClose(g);
-      return GSLUF_NO_MEMORY;
-    }
-    if (!compileStampFormat(g, stamp.get())) {
-      logClose(g);  // the file just opened is abandoned
-      return GSLUF_WRITE_FAILED;
-    }
-    g->log_stamp_format = stamp.release();
-  }
+  if (stamp) g->log_stamp_format = stamp.release();
   return GSLUF_OK;
 }
 

@@ -31,7 +31,7 @@ extern "C" {
 int gslumsSetHooks(gsluctx *ctx, gsluMallocHook m, gsluCallocHook c, gsluReallocHook r,
                    gsluFreeHook f) {
   gsluctx *g = gslu::resolveContext(ctx);
-  if (g == nullptr) return 10;
+  if (g == nullptr) return GSLUM_NO_CONTEXT;
   g->hook_malloc = m;
   g->hook_calloc = c;
   g->hook_realloc = r;

@@ -1,5 +1,11 @@
 /*
- * core/memory.h - every block of the library is taken and returned here.
+ * core/memory.h - the library's allocator. Every block handed to a caller,
+ * and every block that holds document data (entries, values, records, the
+ * parser's buffers, the message catalogue), is taken and returned here.
+ * Only the runtime's own bookkeeping comes straight from the C library: the
+ * registry's private memory (which holds the context itself), the service
+ * records of the runtime, the per-thread converter caches with their scratch
+ * buffer, and whatever iconv and ICU allocate inside their own calls.
  *
  * Each function accepts a null context and then uses the published
  * process-wide context (or creates it). Two override levels are tried in
@@ -23,8 +29,9 @@ extern "C" {
 /* Status codes of this module. */
 enum {
     GSLUM_OK = 0,
-    GSLUM_NULL_BLOCK = 3,  /* gslumfFree of a null block */
-    GSLUM_NO_MEMORY = 24   /* callback forms: the allocation failed */
+    GSLUM_NULL_BLOCK = 3,   /* gslumfFree of a null block */
+    GSLUM_NO_CONTEXT = 10,  /* gslumsSetHooks: no core context */
+    GSLUM_NO_MEMORY = 24    /* callback forms: the allocation failed */
 };
 
 /* The context's allocator hooks (level 2). */

@@ -17,7 +17,7 @@ constexpr char kNoHandleTextR[] = "Unable To create LDAP error Message for error
 [[nodiscard]] int lookup(gslu::MessageHandle *h, uint32_t number, const char **text, int *status) {
   const char *found = gslu::msgLookup(h, number);
   if (h->error != 0) {
-    *text = gslu::msgLookup(h, gslu::kMsgUnknownNumber);
+    *text = gslu::msgLookup(h, GSLUSGM_UNKNOWN_NUMBER);
     return GSLUSGM_NOT_FOUND;
   }
   *text = found;

@@ -38,11 +38,6 @@ struct MessageHandle {
   uint32_t bound;
 };
 
-// Message numbers with a meaning to the core.
-enum MessageNumber : uint32_t {
-  kMsgUnknownNumber = 9999,
-};
-
 // Why opening failed: one line naming the file (and the line, for a
 // malformed catalogue).
 inline constexpr std::size_t kMsgWhySize = 1024;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "core/owned.h"
@@ -26,6 +27,12 @@ constexpr const char kDnAttribute[] = "dn";
 constexpr const char kNameAttribute[] = "name";
 constexpr const char kEncodingAttribute[] = "encoding";
 constexpr const char kObjectclassName[] = "objectclass";
+
+// An XML parser instance ended with xmlterm unless handed on.
+struct XmlTerm {
+  void operator()(xmlctx *xml) const noexcept { xmlterm(xml); }
+};
+using OwnedParser = std::unique_ptr<xmlctx, XmlTerm>;
 
 const xmlsaxcb kReaderHandlers = {
     sax_startDocument, sax_endDocument, sax_startElement, sax_endElement, sax_characters, {}};
@@ -239,15 +246,12 @@ int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c
   if (machine == nullptr) return GSLXDV_NO_MEMORY;
   gslxdv1iInitSMachine(machine.get());
   int xml_status = XMLIF_OK;  // the parser's reason is not reported further
-  xmlctx *xml = xmlinit(&xml_status, c1, c2, c3, &kReaderHandlers, machine.get(), c4, c5, c6);
+  OwnedParser xml(xmlinit(&xml_status, c1, c2, c3, &kReaderHandlers, machine.get(), c4, c5, c6));
   if (xml == nullptr) return GSLXDV_XML_INIT_FAILED;
   auto *context = static_cast<GslxdvParserCtx *>(gslummMalloc(core, sizeof(GslxdvParserCtx)));
-  if (context == nullptr) {
-    xmlterm(xml);
-    return GSLXDV_NO_MEMORY;
-  }
-  context->xml = xml;
-  machine->xml = xml;
+  if (context == nullptr) return GSLXDV_NO_MEMORY;
+  machine->xml = xml.get();
+  context->xml = xml.release();
   context->machine = machine.release();
   *handle = context;
   return GSLXDV_OK;

@@ -127,6 +127,33 @@ void destroyBucketLocks(gsluhhBucket *buckets, uint32_t n) {
   for (uint32_t i = 0; i < n; ++i) gslu::rwlockDestroy(&buckets[i].lock);
 }
 
+// A bucket array being set up: its block and the bucket locks created so far
+// are released together unless the array is handed on.
+class PendingBuckets {
+ public:
+  // locks: how many of the buckets, from the first, already have a lock.
+  PendingBuckets(gsluctx *ctx, gsluhhBucket *buckets, uint32_t locks = 0)
+      : buckets_(buckets, ContextFree{ctx}), locks_(locks) {}
+  ~PendingBuckets() {
+    if (buckets_ != nullptr) destroyBucketLocks(buckets_.get(), locks_);
+  }
+  PendingBuckets(const PendingBuckets &) = delete;
+  PendingBuckets &operator=(const PendingBuckets &) = delete;
+
+  [[nodiscard]] gsluhhBucket *get() const { return buckets_.get(); }
+  // Creates the lock of the next bucket; false when it cannot be created.
+  [[nodiscard]] bool addLock() {
+    if (!gslu::rwlockCreate(&buckets_.get()[locks_].lock)) return false;
+    ++locks_;
+    return true;
+  }
+  [[nodiscard]] gsluhhBucket *release() { return buckets_.release(); }
+
+ private:
+  Owned<gsluhhBucket> buckets_;
+  uint32_t locks_;
+};
+
 // Where a key goes: its bucket index (from the table's hash function, which
 // may answer one out of range) and its length.
 struct KeyPlace {
@@ -460,24 +487,20 @@ int gsluhhClntHashBucketsAlloc(gsluctx *ctx, uint32_t count, gsluhhBucket **buck
   // Detect and prevent integer overflow: count + 1 records in a 32-bit request.
   const uint64_t n = static_cast<uint64_t>(count) + 1;
   const uint64_t bytes = n * sizeof(gsluhhBucket);
-  Owned<gsluhhBucket> array(
-      bytes <= UINT32_MAX
-          ? static_cast<gsluhhBucket *>(gslummMalloc(ctx, static_cast<uint32_t>(bytes)))
-          : nullptr,
-      ContextFree{ctx});
-  if (array == nullptr) {
+  PendingBuckets array(
+      ctx, bytes <= UINT32_MAX
+               ? static_cast<gsluhhBucket *>(gslummMalloc(ctx, static_cast<uint32_t>(bytes)))
+               : nullptr);
+  if (array.get() == nullptr) {
     (void)gslu::trace(ctx, kTraceError, "Error in allocating Memory for Hash Buckets\n");
     return GSLUHH_FAILED;
   }
   for (uint64_t i = 0; i < n; ++i) new (&array.get()[i]) gsluhhBucket{};
-  if (bucketLocks != 0) {
-    for (uint32_t i = 0; i < n; ++i) {
-      if (!gslu::rwlockCreate(&array.get()[i].lock)) {
-        destroyBucketLocks(array.get(), i);
-        (void)gslu::trace(ctx, kTraceError,
-                          "gsluhHashBucketAlloc: failed to initialize the bucket lock\n");
-        return GSLUHH_FAILED;
-      }
+  for (uint64_t i = 0; bucketLocks != 0 && i < n; ++i) {
+    if (!array.addLock()) {
+      (void)gslu::trace(ctx, kTraceError,
+                        "gsluhHashBucketAlloc: failed to initialize the bucket lock\n");
+      return GSLUHH_FAILED;
     }
   }
   *buckets = array.release();
@@ -505,17 +528,18 @@ int gsluhhClntHashTableAlloc(gsluctx *ctx, uint32_t requested, gsluhhHashFunctio
     return GSLUHH_FAILED;
   }
   t->bucket_locks = bucketLocks;
-  if (gsluhhClntHashBucketsAlloc(ctx, count, &t->buckets, bucketLocks) != GSLUHH_OK) {
+  gsluhhBucket *made = nullptr;
+  if (gsluhhClntHashBucketsAlloc(ctx, count, &made, bucketLocks) != GSLUHH_OK) {
     (void)gslu::trace(ctx, kTraceError, "gsluhHashTableAlloc: ERROR * gsluhHashBucketsAlloc failed\n");
     return GSLUHH_FAILED;
   }
+  PendingBuckets buckets(ctx, made, bucketLocks != 0 ? count + 1 : 0);
   if (!gslu::rwlockCreate(&t->lock)) {
-    if (bucketLocks != 0) destroyBucketLocks(t->buckets, count + 1);
-    (void)gslumfFree(ctx, t->buckets);
     // Deliberate: this wording names the bucket function; it is kept.
     (void)gslu::trace(ctx, kTraceError, "gsluhHashBucketsAlloc: ERROR * sltsrwinit failed \n");
     return GSLUHH_FAILED;
   }
+  t->buckets = buckets.release();
   t->bucket_count = count;
   t->hash = hash != nullptr ? hash : gsluhhClntHashFunc;
   t->magic = GSLUHH_MAGIC;
