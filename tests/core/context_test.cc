@@ -78,6 +78,7 @@ TEST_F(ContextTest, CatalogueIsFoundOrStartUpFailsNamingWhy) {
   TempDir dir;
   dir.write("home/ldap/mesg/ldap.msg", "2101 from home\n9999 unknown\n");
   dir.write("malformed/ldap.msg", "# fine\n2101 fine\nnot a message\n");
+  dir.write("mesgdir/ldap.msg", "2101 from mesgdir\n9999 unknown\n");
   std::filesystem::create_directories(dir.path() + "/empty");
   const struct {
     const char *mesgdir, *home, *text, *diagnostic;
@@ -86,6 +87,7 @@ TEST_F(ContextTest, CatalogueIsFoundOrStartUpFailsNamingWhy) {
       {nullptr, nullptr, "", nullptr},
       {"nowhere", nullptr, nullptr, "nowhere"},
       {"nowhere", "home", "from home", nullptr},
+      {"mesgdir", "home", "from mesgdir", nullptr},
       {"malformed", nullptr, nullptr, "ldap.msg:3:"},
   };
   for (const auto &c : cases) {
@@ -318,6 +320,8 @@ TEST_F(ContextTest, PasswordSchemeTableMapsEachNameToItsCode) {
   void *value = nullptr;
   EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, "ssha512", &value), GSLUHH_OK);
   EXPECT_EQ(*static_cast<int32_t *>(value), 7016);
+  EXPECT_EQ(gsluhhClntdSearchStr(ctx->password_schemes, "MD5", &value), GSLUHH_OK);
+  EXPECT_EQ(*static_cast<int32_t *>(value), 7002);
   EXPECT_EQ(gslushut(ctx), GSLU_INIT_OK);
   EXPECT_EQ(ctx->password_schemes, nullptr);
 }

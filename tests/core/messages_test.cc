@@ -1,7 +1,9 @@
 // Message lookup and the catalogue format.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "core/context_internal.h"
 #include "core/messages.h"
@@ -27,12 +29,18 @@ TEST(Messages, KnownAndUnknownNumbers) {
   EXPECT_EQ(unknown_text, text);
 }
 
+// The copy never writes past size bytes, also when size is exactly the
+// text's length, and always ends with a NUL.
 TEST(Messages, BufferedFormIsBounded) {
-  char buf[10];
-  std::memset(buf, 'x', sizeof buf);
-  EXPECT_EQ(gslusgmGetMessage_r(nullptr, 2101, buf, 8, nullptr), GSLUSGM_OK);
-  EXPECT_EQ(std::strlen(buf), 7u);
-  EXPECT_EQ(buf[8], 'x');
+  const char *text = nullptr;
+  ASSERT_EQ(gslusgmGetMessage(nullptr, 2101, &text, nullptr), GSLUSGM_OK);
+  const std::size_t length = std::strlen(text);
+  for (std::size_t size : {std::size_t{1}, std::size_t{8}, length, length + 1}) {
+    std::string buf(length + 8, 'x');
+    EXPECT_EQ(gslusgmGetMessage_r(nullptr, 2101, buf.data(), size, nullptr), GSLUSGM_OK);
+    EXPECT_EQ(std::strlen(buf.c_str()), std::min(size - 1, length)) << size;
+    EXPECT_EQ(buf[size], 'x') << size;
+  }
 }
 
 TEST(Messages, ContextWithoutHandlesGivesTheFixedTexts) {

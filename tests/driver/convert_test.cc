@@ -32,7 +32,9 @@ class CommandRun {
   explicit CommandRun(const qtest::TempDir &dir)
       : out_path_(dir.path() + "/out"), err_path_(dir.path() + "/err") {}
 
-  Captured run(gsluctx *ctx, std::vector<std::string> args) {
+  // argc: the count handed to convertAll; by default the program's name and
+  // the arguments.
+  Captured run(gsluctx *ctx, std::vector<std::string> args, int argc = -1) {
     std::vector<char *> argv{const_cast<char *>("quillomat")};
     for (std::string &a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
@@ -43,7 +45,8 @@ class CommandRun {
     redirect(out_path_, 1);
     redirect(err_path_, 2);
     gslu::stdoutResetForTesting();
-    const int status = quillomat::convertAll(ctx, static_cast<int>(args.size()) + 1, argv.data());
+    if (argc < 0) argc = static_cast<int>(args.size()) + 1;
+    const int status = quillomat::convertAll(ctx, argc, argc == 0 ? argv.data() + argv.size() - 1 : argv.data());
     std::fflush(stderr);
     dup2(saved_out, 1);
     dup2(saved_err, 2);
@@ -78,6 +81,30 @@ class ConvertTest : public qtest::FreshContextTest {
  protected:
   qtest::TempDir dir_;
 };
+
+// A process started without any argument at all has nothing to convert;
+// only a count of exactly 1 (the program's name alone) is a usage error.
+TEST_F(ConvertTest, NoArgumentVectorAtAllConvertsNothing) {
+  CommandRun command(dir_);
+  const Captured none = command.run(ctx_, {}, /*argc=*/0);
+  EXPECT_EQ(none.status, quillomat::kExitSuccess);
+  EXPECT_EQ(none.out + none.err, "");
+  const Captured usage = command.run(ctx_, {});
+  EXPECT_EQ(usage.status, quillomat::kExitFailure);
+  EXPECT_EQ(usage.err, "usage: quillomat file1 file2 ...\n\n");
+}
+
+// The callback passes on the record writer's refusal; printing nothing and
+// going on would lose the entry.
+TEST_F(ConvertTest, TheCallbackPassesOnARenderingFailure) {
+  LDAPEntry *entry = nullptr;
+  ASSERT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a", &entry), GSLCLE_OK);
+  LDAPAttribute *forged = nullptr;
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "changetype", GSLCLE_VALUES_BINARY, &forged), GSLCLE_OK);
+  ASSERT_EQ(gslcleaaAddLDAPAttribute(nullptr, entry, forged), GSLCLE_OK);
+  EXPECT_NE(s0gslPrintLDAPEntry(entry, nullptr), 0);
+  (void)gslcledeDestroyLDAPEntry(nullptr, entry);
+}
 
 // Fails only the allocation numbered fail_at (from 0), counting from when
 // it was set; the blocks alive are counted by the failing allocator.

@@ -111,6 +111,10 @@ const DocumentCase kDocuments[] = {
      "<dsml:entry dsml:dn=\"cn=x\"><dsml:attr dsml:name=\"sn\"><dsml:value>X</dsml:value></dsml:attr>"
      "</dsml:entry></dsml:directory-entries></dsml:dsml>",
      {GSLXDV_OK, {"cn=x|sn=X"}}},
+    {"SeveralColonsMatchOnTheLastPart",
+     "<a:b:dsml xmlns:a=\"urn:a\"><a:b:directory-entries><x:y:z:entry x:y:dn=\"cn=x\"><q:r:attr q:r:name=\"sn\">"
+     "<s:t:value>X</s:t:value></q:r:attr></x:y:z:entry><a:entry:x dn=\"cn=no\"/></a:b:directory-entries></a:b:dsml>",
+     {GSLXDV_OK, {"cn=x|sn=X"}}},
     {"AnyLetterCase",
      "<DSML><Directory-Entries><ENTRY DN=\"cn=x\"><ObjectClass><OC-Value>top</OC-Value></ObjectClass>"
      "<Attr NAME=\"mail\"><VALUE Encoding=\"b64\">YUBi</VALUE></Attr></ENTRY></Directory-Entries></DSML>",

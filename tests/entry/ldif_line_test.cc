@@ -151,16 +151,31 @@ struct BinaryCase {
   int32_t expected;
 };
 
+void PrintTo(const BinaryCase &c, std::ostream *os) { *os << (c.type != nullptr ? c.type : "(null)"); }
+
 class BinaryTest : public ::testing::TestWithParam<BinaryCase> {};
 
 TEST_P(BinaryTest, Classifies) { EXPECT_EQ(gsldlEIsBinary(GetParam().type), GetParam().expected); }
 
+// Every binary type by its documented spelling, so that a name misspelt in
+// the list is caught.
 INSTANTIATE_TEST_SUITE_P(
-    Types, BinaryTest,
-    ::testing::Values(BinaryCase{"jpegPhoto", GSLDL_BINARY}, BinaryCase{"JPEGPHOTO", GSLDL_BINARY},
+    Names, BinaryTest,
+    ::testing::Values(BinaryCase{"photo", GSLDL_BINARY}, BinaryCase{"personalSignature", GSLDL_BINARY},
+                      BinaryCase{"audio", GSLDL_BINARY}, BinaryCase{"jpegPhoto", GSLDL_BINARY},
+                      BinaryCase{"javaSerializedObject", GSLDL_BINARY},
+                      BinaryCase{"thumbnailPhoto", GSLDL_BINARY}, BinaryCase{"thumbnailLogo", GSLDL_BINARY},
+                      BinaryCase{"userCertificate", GSLDL_BINARY}, BinaryCase{"cACertificate", GSLDL_BINARY},
+                      BinaryCase{"authorityRevocationList", GSLDL_BINARY},
+                      BinaryCase{"certificateRevocationList", GSLDL_BINARY},
+                      BinaryCase{"crossCertificatePair", GSLDL_BINARY},
+                      BinaryCase{"x500UniqueIdentifier", GSLDL_BINARY}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Forms, BinaryTest,
+    ::testing::Values(BinaryCase{"JPEGPHOTO", GSLDL_BINARY},
                       BinaryCase{"userCertificate;binary", GSLDL_BINARY},
                       BinaryCase{"cn;BINARY", GSLDL_BINARY},
-                      BinaryCase{"x500UniqueIdentifier", GSLDL_BINARY},
                       BinaryCase{"photography", GSLDL_NOT_BINARY},
                       BinaryCase{"x;binary;lang-en", GSLDL_NOT_BINARY},
                       // Only the first ";binary" counts, and it must end the type.
