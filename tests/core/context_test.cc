@@ -8,6 +8,7 @@
 #include "core/context_internal.h"
 #include "core/messages.h"
 #include "core/password_schemes.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 #include "util/hash.h"
 
@@ -337,12 +338,12 @@ TEST_F(ContextTest, EveryStartUpAllocationFailureIsReported) {
   for (;; ++n) {
     ASSERT_LT(n, 1000);
     qtest::dropContext();
-    qtest::RecordingAllocator::allocations_left = n;
-    gslu::startupMallocHookForTesting(qtest::RecordingAllocator::malloc);
+    qtest::TestAllocator::budget = n;
+    gslu::startupMallocHookForTesting(qtest::TestAllocator::allocate);
     gsluctx *ctx = reinterpret_cast<gsluctx *>(&n);
     const int status = gsluinit(&ctx);
     gslu::startupMallocHookForTesting(nullptr);
-    qtest::RecordingAllocator::allocations_left = -1;
+    qtest::TestAllocator::budget = qtest::TestAllocator::kUnlimited;
     gsluctx *published = sgsluugGetContext();
     if (published != nullptr) {
       ASSERT_EQ(gslumsSetHooks(published, nullptr, nullptr, nullptr, nullptr), GSLUM_OK);

@@ -4,6 +4,7 @@
 
 #include "core/context_internal.h"
 #include "core/convert.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -11,7 +12,7 @@ namespace {
 using ConvertTest = qtest::FreshContextTest;
 
 TEST_F(ConvertTest, BlockFollowsCapacityRuleGuardedAgainstOverflow) {
-  qtest::RecordingAllocator::install(ctx_);
+  qtest::TestAllocator::install(ctx_);
   for (const std::string text : {"", "abcdefg"}) {
     char *out = nullptr;
     uint64_t length = 99;
@@ -26,8 +27,8 @@ TEST_F(ConvertTest, BlockFollowsCapacityRuleGuardedAgainstOverflow) {
   EXPECT_EQ(gsluucoConvertOutput(ctx_, "a", 858993458, &out, &length), GSLUUC_NO_MEMORY);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(length, 0u);
-  EXPECT_EQ(qtest::RecordingAllocator::sizes, (std::vector<uint32_t>{10, 45}));
-  qtest::RecordingAllocator::uninstall(ctx_);
+  EXPECT_EQ(qtest::TestAllocator::sizes, (std::vector<uint32_t>{10, 45}));
+  qtest::TestAllocator::uninstall(ctx_);
 }
 
 struct ReplaceCase {
@@ -38,6 +39,8 @@ struct ReplaceCase {
   int status;
   uint32_t error_state;
 };
+
+void PrintTo(const ReplaceCase &c, std::ostream *os) { *os << c.name; }
 
 class ReplaceTest : public ConvertTest, public ::testing::WithParamInterface<ReplaceCase> {};
 
@@ -93,6 +96,8 @@ struct DirectionCase {
   std::string input;
   std::string expected;
 };
+
+void PrintTo(const DirectionCase &c, std::ostream *os) { *os << "direction " << c.direction; }
 
 class DirectionTest : public ConvertTest, public ::testing::WithParamInterface<DirectionCase> {};
 

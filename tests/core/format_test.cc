@@ -86,6 +86,8 @@ struct TooSmallCase {
   std::string kept;
 };
 
+void PrintTo(const TooSmallCase &c, std::ostream *os) { *os << "limit " << c.limit; }
+
 class TooSmallTest : public ::testing::TestWithParam<TooSmallCase> {};
 
 TEST_P(TooSmallTest, KeepsWhatFitsWithoutSplittingCharacters) {

@@ -63,6 +63,8 @@ struct BadCatalogue {
   const char *where;
 };
 
+void PrintTo(const BadCatalogue &c, std::ostream *os) { *os << "refused at " << c.where; }
+
 class BadCatalogueTest : public ::testing::TestWithParam<BadCatalogue> {};
 
 TEST_P(BadCatalogueTest, IsRefusedWithItsLineNumber) {

@@ -106,6 +106,8 @@ struct PieceCase {
   std::string suffix = "";  // literal text after the %s
 };
 
+void PrintTo(const PieceCase &c, std::ostream *os) { *os << c.name; }
+
 std::string repeat(char c, std::size_t n) { return std::string(n, c); }
 
 class PieceTest : public OutputTest, public ::testing::WithParamInterface<PieceCase> {};
@@ -161,6 +163,8 @@ struct RetryCase {
   std::size_t length;
   std::vector<std::string> expected;
 };
+
+void PrintTo(const RetryCase &c, std::ostream *os) { *os << c.length << " bytes"; }
 
 class RetryTest : public OutputTest, public ::testing::WithParamInterface<RetryCase> {};
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "core/output_internal.h"
-#include "tests/support/failing_allocator.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -106,21 +106,6 @@ TEST_F(ConvertTest, TheCallbackPassesOnARenderingFailure) {
   (void)gslcledeDestroyLDAPEntry(nullptr, entry);
 }
 
-// Fails only the allocation numbered fail_at (from 0), counting from when
-// it was set; the blocks alive are counted by the failing allocator.
-struct OneFailure {
-  static inline size_t calls = 0;
-  static inline size_t fail_at = SIZE_MAX;
-  static void *allocate(gsluctx *, uint32_t size) {
-    if (calls++ == fail_at) return nullptr;
-    return qtest::FailingAllocator::allocate(nullptr, size);
-  }
-  static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
-    if (calls++ == fail_at) return nullptr;
-    return qtest::FailingAllocator::reallocate(nullptr, size, old, oldsize);
-  }
-};
-
 // Three documents, one record longer than the formatting buffers. Each
 // allocation of the run fails in turn, alone: the run must then stop with a
 // message after whole records (a run that goes on would have lost an entry),
@@ -135,23 +120,20 @@ TEST_F(ConvertTest, EveryAllocationFailureEndsInWholeRecordsAndAMessage) {
   const Captured full = command.run(ctx_, files);
   ASSERT_EQ(full.status, quillomat::kExitSuccess) << full.err;
   ASSERT_EQ(full.err, "");
-  qtest::FailingAllocator allocator;
-  ASSERT_EQ(gslumsSetHooks(nullptr, OneFailure::allocate, nullptr, OneFailure::reallocate,
-                           qtest::FailingAllocator::release),
-            0);
+  using Alloc = qtest::TestAllocator;
+  Alloc::Scope allocator;
   size_t failures = 0;
   for (size_t n = 0;; ++n) {
     ASSERT_LT(n, 100000u);
     SCOPED_TRACE(testing::Message() << "allocation " << n << " fails");
-    OneFailure::calls = 0;
-    OneFailure::fail_at = n;
-    qtest::FailingAllocator::live = 0;
+    Alloc::reset();
+    Alloc::fail_at = n;
     const Captured r = command.run(ctx_, files);
-    EXPECT_EQ(qtest::FailingAllocator::live, 0) << "blocks left behind";
+    EXPECT_EQ(Alloc::live, 0) << "blocks left behind";
     if (r.status == quillomat::kExitSuccess) {
       EXPECT_EQ(r.out, full.out);
       EXPECT_EQ(r.err, "");
-      if (OneFailure::calls <= n) break;  // nothing failed: every allocation was tried
+      if (Alloc::calls <= n) break;  // nothing failed: every allocation was tried
       continue;
     }
     ++failures;
@@ -187,7 +169,7 @@ TEST_F(ConvertTest, AFailedPrintStopsTheRun) {
   const std::string big = dir_.write("big.dsml", document(entry("a1", "x") + entry("a2", std::string(40000, 'b')) +
                                                          entry("a3", "z")));
   CommandRun command(dir_);
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   // Fails exactly the first block the printing of a long record asks for.
   static bool failed_once;
   failed_once = false;
@@ -197,9 +179,9 @@ TEST_F(ConvertTest, AFailedPrintStopsTheRun) {
                                failed_once = true;
                                return nullptr;
                              }
-                             return qtest::FailingAllocator::allocate(nullptr, size);
+                             return qtest::TestAllocator::allocate(nullptr, size);
                            },
-                           nullptr, qtest::FailingAllocator::reallocate, qtest::FailingAllocator::release),
+                           nullptr, qtest::TestAllocator::reallocate, qtest::TestAllocator::release),
             0);
   const Captured r = command.run(ctx_, {big});
   EXPECT_TRUE(failed_once);

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/failing_allocator.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -276,16 +276,16 @@ TEST(ReaderMemoryTest, OnlyValuesCostMemoryAndOnlyWhileRead) {
                               "</extra><entry dn=\"cn=a\">" + text + "<attr name=\"d\">" + text +
                               "<value>v</value></attr></entry></directory-entries></dsml>";
   Reader reader;
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   ASSERT_EQ(reader.parseInChunks(kAnnLee), kAnnLeeOutcome);  // buffers of a small document
-  const size_t small = allocator.peak;
-  allocator.peak = allocator.bytes;
+  const size_t small = qtest::TestAllocator::peak;
+  qtest::TestAllocator::peak = qtest::TestAllocator::bytes;
   EXPECT_EQ(reader.parse(reader.dir.write("skipped.dsml", skipped)), (Outcome{GSLXDV_OK, {"cn=a|d=v"}}));
-  EXPECT_LT(allocator.peak, small + (1u << 20)) << "skipped text was kept";
-  const size_t before = allocator.bytes;
+  EXPECT_LT(qtest::TestAllocator::peak, small + (1u << 20)) << "skipped text was kept";
+  const size_t before = qtest::TestAllocator::bytes;
   EXPECT_EQ(reader.parse(reader.dir.write("long.dsml", inEntry("<attr name=\"d\"><value>" + text + "</value></attr>"))).status,
             GSLXDV_OK);
-  EXPECT_LT(allocator.bytes, before + (64u << 10)) << "the long value's buffer was kept";
+  EXPECT_LT(qtest::TestAllocator::bytes, before + (64u << 10)) << "the long value's buffer was kept";
 }
 
 // ---- Allocation failures ----------------------------------------------------------
@@ -307,16 +307,16 @@ TEST_P(ReaderAllocationTest, EveryFailureIsReportedAndTheContextRecovers) {
   Reader reader;
   const std::string path = reader.dir.write("doc.dsml", kSample);
   xmlSetChunkSizeForTesting(GetParam());
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   ASSERT_EQ(reader.parse(path), kSampleOutcome);  // the parser's buffers grow once
-  const long baseline = allocator.live;
+  const long baseline = qtest::TestAllocator::live;
   size_t n = 0;
   for (Outcome o{GSLXDV_FAILED, {}}; o.status != GSLXDV_OK; ++n) {
     ASSERT_LT(n, 10000u);
-    allocator.budget = n;
+    qtest::TestAllocator::budget = n;
     o = reader.parse(path);
-    allocator.budget = qtest::FailingAllocator::kUnlimited;
-    EXPECT_EQ(allocator.live, baseline) << "allocation " << n;
+    qtest::TestAllocator::budget = qtest::TestAllocator::kUnlimited;
+    EXPECT_EQ(qtest::TestAllocator::live, baseline) << "allocation " << n;
     if (o.status == GSLXDV_OK) {
       EXPECT_EQ(o, kSampleOutcome);
     } else {
@@ -330,11 +330,11 @@ TEST_P(ReaderAllocationTest, EveryFailureIsReportedAndTheContextRecovers) {
 INSTANTIATE_TEST_SUITE_P(AllChunkSizes, ReaderAllocationTest, ::testing::ValuesIn(kChunkSizes));
 
 TEST(ReaderCreateTest, EveryAllocationFailureIsReportedAndLeavesNothing) {
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   int32_t st = GSLXDV_NO_MEMORY;
   for (size_t n = 0; st != GSLXDV_OK; ++n) {
     ASSERT_LT(n, 100u);
-    allocator.budget = n;
+    qtest::TestAllocator::budget = n;
     GslxdvParserCtx *ctx = nullptr;
     st = gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ctx);
     // The parser instance's own allocation failing shows as 1.
@@ -343,7 +343,7 @@ TEST(ReaderCreateTest, EveryAllocationFailureIsReportedAndLeavesNothing) {
     if (ctx != nullptr) {
       EXPECT_EQ(gslxdv1cCleanup(&ctx), GSLXDV_OK);
     }
-    EXPECT_EQ(allocator.live, 0) << "allocation " << n;
+    EXPECT_EQ(qtest::TestAllocator::live, 0) << "allocation " << n;
   }
 }
 

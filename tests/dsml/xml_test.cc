@@ -9,7 +9,7 @@
 #include <tuple>
 #include <vector>
 
-#include "tests/support/failing_allocator.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 
 namespace {
@@ -90,6 +90,8 @@ struct DocumentCase {
   Events events;
   const char *encoding = nullptr;  // handed to xmlparse
 };
+
+void PrintTo(const DocumentCase &c, std::ostream *os) { *os << c.name; }
 
 const DocumentCase kDocuments[] = {
     {"Unprefixed", "<dsml xmlns=\"http://www.dsml.org/DSML\"><entry dn=\"cn=x\">v</entry></dsml>",
@@ -247,18 +249,18 @@ TEST_F(XmlApiTest, EveryAllocationFailureIsReportedAndLeaksNothing) {
   xmlSetChunkSizeForTesting(7);
   ASSERT_EQ(parse(path), XMLIF_OK);
   const Events all = recorder_.events;
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   size_t n = 0;
   for (int status = XMLIF_NO_MEMORY; status != XMLIF_OK; ++n) {
     ASSERT_LT(n, 10000u);
-    allocator.budget = n;
+    qtest::TestAllocator::budget = n;
     int err = -1;
     xmlctx *x = newParser(&recorder_, &err);
     recorder_.events.clear();
     status = x != nullptr ? xmlparse(x, path.c_str(), nullptr, XMLIF_READER_FLAGS) : err;
     EXPECT_TRUE(status == XMLIF_OK || status == XMLIF_NO_MEMORY) << status << " at allocation " << n;
     xmlterm(x);
-    EXPECT_EQ(allocator.live, 0) << "allocation " << n;
+    EXPECT_EQ(qtest::TestAllocator::live, 0) << "allocation " << n;
   }
   EXPECT_GT(n, 10u);  // the sweep did reach into expat
   EXPECT_EQ(recorder_.events, all);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/failing_allocator.h"
+#include "tests/support/test_allocator.h"
 
 namespace {
 
@@ -102,8 +102,8 @@ TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
   ASSERT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);
   EXPECT_STREQ(rdn, "cn=b");
   gslumfFree(nullptr, rdn);
-  qtest::FailingAllocator allocator;
-  allocator.budget = 0;
+  qtest::TestAllocator::Scope allocator;
+  qtest::TestAllocator::budget = 0;
   EXPECT_EQ(gslclesnSetNewRDN(nullptr, w.entry, "cn=c"), GSLCLE_OK);
   EXPECT_EQ(w.entry->new_rdn, nullptr);
   EXPECT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);  // null: nothing to copy
@@ -139,7 +139,7 @@ TEST(EntryTest, AttributesKeepOrderAndAreFoundIgnoringCase) {
 class GrowthTest : public ::testing::TestWithParam<int> {};
 
 TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   LDAPAttribute *a = nullptr;
   ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "v", GetParam(), &a), GSLCLE_OK);
   std::vector<std::string> want;
@@ -154,7 +154,7 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
     }
   }
   constexpr uint32_t kSlot = sizeof(void *);
-  EXPECT_EQ(allocator.reallocations,
+  EXPECT_EQ(qtest::TestAllocator::reallocations,
             (std::vector<std::pair<uint32_t, uint32_t>>{{5 * kSlot, 0}, {10 * kSlot, 5 * kSlot}, {15 * kSlot, 10 * kSlot}}));
   BERVal **values = nullptr;
   ASSERT_EQ(gslclegabvGetAttrBValues(nullptr, a, &values), GSLCLE_OK);
@@ -162,7 +162,7 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
   EXPECT_EQ(values[want.size()], nullptr);
   gslcleBERValsFree(nullptr, values);
   gslcledaDestroyLDAPAttribute(nullptr, a);
-  EXPECT_EQ(allocator.live, 0);
+  EXPECT_EQ(qtest::TestAllocator::live, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest, ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
@@ -203,14 +203,14 @@ int buildAndRead() {
 }
 
 TEST(EntryAllocationTest, EveryFailureIsReportedAndLeavesNothingBehind) {
-  qtest::FailingAllocator allocator;
+  qtest::TestAllocator::Scope allocator;
   size_t n = 0;
   for (int st = GSLCLE_NO_MEMORY; st != GSLCLE_OK; ++n) {
     ASSERT_LT(n, 1000u);
-    allocator.budget = n;
+    qtest::TestAllocator::budget = n;
     st = buildAndRead();
     EXPECT_TRUE(st == GSLCLE_OK || st == GSLCLE_NO_MEMORY) << st << " at allocation " << n;
-    EXPECT_EQ(allocator.live, 0) << "allocation " << n;
+    EXPECT_EQ(qtest::TestAllocator::live, 0) << "allocation " << n;
   }
   EXPECT_GT(n, 30u);
 }

@@ -107,48 +107,6 @@ class FreshContextTest : public ::testing::Test {
   gsluctx *ctx_ = nullptr;
 };
 
-// Allocator hooks that record the requested sizes and blocks, hand out
-// blocks of exactly that size (so a sanitizer build sees any overrun) and can
-// fail on demand. Not for use from several threads.
-struct RecordingAllocator {
-  static inline std::vector<uint32_t> sizes;
-  static inline std::vector<void *> blocks;
-  static inline std::vector<void *> freed;
-  static inline int allocations_left = -1;  // negative: never fail
-
-  static bool allowed() {
-    if (allocations_left == 0) return false;
-    if (allocations_left > 0) --allocations_left;
-    return true;
-  }
-  static void *malloc(gsluctx *, uint32_t size) {
-    sizes.push_back(size);
-    void *p = allowed() ? std::malloc(size) : nullptr;
-    blocks.push_back(p);
-    return p;
-  }
-  static void *calloc(gsluctx *, uint32_t count, uint32_t size) {
-    return allowed() ? std::calloc(count, size) : nullptr;
-  }
-  static void free(gsluctx *, void *block) {
-    freed.push_back(block);
-    std::free(block);
-  }
-
-  // Installs the hooks on ctx (null: the process-wide context), cleared and
-  // never failing; uninstall() removes them.
-  static void install(gsluctx *ctx) {
-    sizes.clear();
-    blocks.clear();
-    freed.clear();
-    allocations_left = -1;
-    (void)gslumsSetHooks(ctx, malloc, calloc, nullptr, free);
-  }
-  static void uninstall(gsluctx *ctx) {
-    (void)gslumsSetHooks(ctx, nullptr, nullptr, nullptr, nullptr);
-  }
-};
-
 }  // namespace qtest
 
 #endif  // QUILLOMAT_TESTS_SUPPORT_H

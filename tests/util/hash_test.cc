@@ -14,11 +14,12 @@
 #include "core/runtime.h"
 #include "core/output.h"
 #include "core/runtime.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
-using Alloc = qtest::RecordingAllocator;
+using Alloc = qtest::TestAllocator;
 using Lines = std::vector<std::string>;
 
 struct TraceLine {
@@ -93,10 +94,13 @@ TEST_F(HashTest, SumsOfBytesWeightedByCubedPositions) {
     EXPECT_EQ(hashOf(t16, c.key), c.bucket16) << c.key;
     EXPECT_EQ(hashOf(t7, c.key), c.sum % 7) << c.key;
   }
-  EXPECT_EQ(t65003->weights[1626], 3975080u);  // the first cube to wrap
-  EXPECT_EQ(t65003->weights[9999], 3267617327u);
-  // Past the last weight the cubes go on: the sum of i^3 for i < 10003.
-  EXPECT_EQ(hashOf(t65003, std::string(GSLUHH_WEIGHT_COUNT + 3, '\1').c_str()), 53618u);
+  // A key of n bytes 1 sums the cubes below n: (n(n-1)/2)^2 modulo 2^32. The
+  // cube of 1626 is the first to wrap; past the last weight the cubes go on.
+  for (uint64_t n : {uint64_t{1627}, uint64_t{GSLUHH_WEIGHT_COUNT}, uint64_t{GSLUHH_WEIGHT_COUNT + 3}}) {
+    const uint64_t half = n * (n - 1) / 2;
+    const auto expected = static_cast<uint32_t>(half * half);
+    EXPECT_EQ(hashOf(t65003, std::string(n, '\1').c_str()), expected % 65003) << n;
+  }
 }
 
 TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
@@ -110,8 +114,8 @@ TEST_F(HashTest, BucketRequestsAreCapped) {
     gsluhhTable *t = nullptr;
     ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, requested, &t, 0), GSLUHH_OK);
     tables_.push_back(t);
-    EXPECT_EQ(t->bucket_count, count);
-    EXPECT_EQ(t->buckets[t->bucket_count].head, nullptr);
+    // The sum of cubes below 40 is 608400: its bucket tells the count.
+    EXPECT_EQ(hashOf(t, std::string(40, '\1').c_str()), 608400u % count) << requested;
   }
 }
 
@@ -121,6 +125,8 @@ struct OptionCase {
   std::vector<int32_t> switches;  // language, nocase, value-is-key, mode, search lock
   bool release_set;
 };
+
+void PrintTo(const OptionCase &c, std::ostream *os) { *os << "option " << c.option << " = " << c.value; }
 
 class OptionTest : public HashTest, public ::testing::WithParamInterface<OptionCase> {};
 
@@ -172,6 +178,8 @@ struct CompareCase {
   int32_t lang, nocase;
   bool finds_other_case;
 };
+
+void PrintTo(const CompareCase &c, std::ostream *os) { *os << "lang " << c.lang << ", nocase " << c.nocase; }
 
 class CompareTest : public HashTest, public ::testing::WithParamInterface<CompareCase> {};
 
@@ -261,7 +269,6 @@ TEST_F(HashTest, ReferencesDelayTheFreeWhichKeepsTheWeightArrayDeliberately) {
   gsluhhTable *t = nullptr;
   ASSERT_EQ(gsluhhClntcCreateStrHash(ctx_, 16, &t, 0), GSLUHH_OK);
   ASSERT_EQ(Alloc::blocks.size(), 3u);  // record, weights, buckets
-  ASSERT_EQ(Alloc::blocks[1], t->weights);
   ASSERT_EQ(gsluhhClntIncrRefCnt(ctx_, t), GSLUHH_OK);
   ASSERT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
   EXPECT_TRUE(Alloc::freed.empty());
@@ -455,12 +462,17 @@ struct CreateFailure {
   Lines traces;
 };
 
+void PrintTo(const CreateFailure &c, std::ostream *os) {
+  *os << "allocations " << c.allocations_before << ", locks " << c.locks_before << ", bucket locks "
+      << c.bucket_locks;
+}
+
 class CreateFailureTest : public HashTest, public ::testing::WithParamInterface<CreateFailure> {};
 
 TEST_P(CreateFailureTest, NothingIsHandedOut) {
   const CreateFailure &c = GetParam();
   Alloc::install(ctx_);
-  Alloc::allocations_left = c.allocations_before;
+  Alloc::budget = c.allocations_before;
   gslu::rwlockFailCreateAfter(c.locks_before);
   gsluhhTable *t = reinterpret_cast<gsluhhTable *>(&t);
   EXPECT_EQ(gsluhhClntcCreateStrHash(ctx_, 16, &t, c.bucket_locks), GSLUHH_FAILED);
@@ -484,7 +496,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(HashTest, OtherAllocationFailures) {
   gsluhhTable *t = make();
   Alloc::install(ctx_);
-  Alloc::allocations_left = 0;
+  Alloc::budget = 0;
   const char *stored = "x";
   EXPECT_EQ(gsluhhClntShrdKeyHashInsert(ctx_, t, "k", &stored, nullptr, 0), GSLUHH_FAILED);
   EXPECT_EQ(stored, nullptr);
@@ -494,7 +506,7 @@ TEST_F(HashTest, OtherAllocationFailures) {
   EXPECT_EQ(traceFormats(), (Lines{"Error allocating Memory for Hash Element..\n",
                                    "Error allocating Memory for Hash Element..\n",
                                    "gsluhHashTableAlloc: ERROR * Invalid pointer passed \n"}));
-  Alloc::allocations_left = -1;
+  Alloc::budget = Alloc::kUnlimited;
   insert(t, {"k"});  // no lock was left held
 }
 

@@ -10,11 +10,12 @@
 #include <functional>
 
 #include "core/memory.h"
+#include "tests/support/test_allocator.h"
 #include "tests/support/test_support.h"
 
 namespace {
 
-using Alloc = qtest::RecordingAllocator;
+using Alloc = qtest::TestAllocator;
 
 class StringsTest : public ::testing::Test {
  protected:
@@ -209,7 +210,7 @@ TEST_F(StringsTest, Tokenize) {
 // every failure must hand back nothing (and leak nothing).
 TEST_F(StringsTest, TokenizeAllocationFailureSweep) {
   for (int n = 0;; ++n) {
-    Alloc::allocations_left = n;
+    Alloc::budget = n;
     int status;
     std::vector<std::string> tokens = tokenize("one two three", " ", &status);
     if (status == GSLUS_OK) {
