@@ -355,6 +355,24 @@ class Segments {
   return stream == GSLUF_STREAM_STDOUT && ctx->output_conversion == 0;
 }
 
+// Whole text, converted chunk by chunk when the context converts output.
+[[nodiscard]] int writeWhole(gsluctx *ctx, uint64_t code, const char *text, std::size_t length) {
+  const Stream stream = gslufzglGetLFIL(ctx, code);
+  if (ctx->output_conversion == 0) {
+    if (length > 0 && !writeTo(stream, text, length)) return GSLUF_WRITE_FAILED;
+    return flushStream(stream) ? GSLUF_OK : GSLUF_WRITE_FAILED;
+  }
+  char chunk[kPieceBufferSize];  // not zeroed: see Expansion
+  for (std::size_t offset = 0; offset < length;) {
+    std::size_t n = utf8::cutPoint(text + offset, length - offset, kPieceSize);
+    std::memcpy(chunk, text + offset, n);
+    offset += n;
+    if (!convertForOutput(ctx, chunk, &n, sizeof chunk)) return GSLUF_FORMAT_FAILED;
+    if (!writeTo(stream, chunk, n)) return GSLUF_WRITE_FAILED;
+  }
+  return flushStream(stream) ? GSLUF_OK : GSLUF_WRITE_FAILED;
+}
+
 [[nodiscard]] int writePlain(gsluctx *ctx, uint64_t code, const Segments &text) {
   const Stream stream = gslufzglGetLFIL(ctx, code);
   if (text.size() > kPieceSize) return writePieces(ctx, stream, text);
@@ -417,6 +435,13 @@ int gslufpFprintf(gsluctx *ctx, uint64_t stream, const char *format, ...) {
   const int status = gslufpvFprintfV(ctx, stream, format, ap);
   va_end(ap);
   return status;
+}
+
+int gslufwWriteWhole(gsluctx *ctx, uint64_t stream, const char *text, size_t length) {
+  gsluctx *g = resolveContext(ctx);
+  if (g == nullptr) return GSLUF_NO_CONTEXT;
+  if (text == nullptr && length != 0) return GSLUF_NULL_ARG;
+  return writeWhole(g, stream, text, length);
 }
 
 int gslufcsCloseStdout(gsluctx * /*ctx*/) {

@@ -133,6 +133,15 @@ int gslufpvFprintfV(gsluctx *ctx, uint64_t stream, const char *format, va_list a
 int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format,
                        const gsluArg *args, uint32_t count);
 
+/* Writes length bytes of text to stream as they stand: converted to the
+ * output character set when the context converts output (chunk by chunk,
+ * never splitting a UTF-8 character), but without the pieces of at most
+ * 32763 bytes and the newlines gslufpFprintf adds to long text. For text
+ * that must stay whole, such as an LDIF record holding a large value. 0; 1
+ * for a null text with a non-zero length; 3 when the text cannot be
+ * converted; 6 when the write failed; 10 without a context. */
+int gslufwWriteWhole(gsluctx *ctx, uint64_t stream, const char *text, size_t length);
+
 /* Hands everything buffered for standard output to the operating system,
  * then closes standard output and reports whether all output written since
  * start reached it: 0, or 6 when any write, the flush or the close failed.

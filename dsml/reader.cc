@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <utility>
 
@@ -71,6 +72,78 @@ void releaseText(GslxdvStateMachine *m) {
   (void)gslumfFree(m->core_context, m->text);
   m->text = nullptr;
   m->text_length = 0;
+}
+
+// ---- Diagnostics ------------------------------------------------------------------
+
+[[nodiscard]] bool hasFailure(const GslxdvDiagnostic &d) {
+  return d.cause != GSLXDV_CAUSE_NONE && d.cause != GSLXDV_CAUSE_NOT_DSML;
+}
+
+void setDetail(GslxdvDiagnostic *d, const char *detail) {
+  std::snprintf(d->detail, sizeof d->detail, "%s", detail != nullptr ? detail : "");
+}
+
+// Records why the document fails, where the parser stands: the element or
+// text being reported. The first cause recorded is the one that counts.
+void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
+  GslxdvDiagnostic &d = m->diagnostic;
+  if (hasFailure(d)) return;
+  d.cause = cause;
+  xmlPosition(m->xml, &d.line, &d.column);
+  setDetail(&d, detail);
+}
+
+// The cause a handler's status stands for, unless the handler recorded one.
+// A failure changes no state, so the state tells which element it was.
+[[nodiscard]] int noted(GslxdvStateMachine *m, int status, const xmlattrs *attributes) {
+  if (status == GSLXDV_OK || hasFailure(m->diagnostic)) return status;
+  switch (status) {
+    case GSLXDV_MISSING_ATTRIBUTE:
+      recordFailure(m, m->state == GSLXDV_STATE_ENTRIES ? GSLXDV_CAUSE_NO_DN : GSLXDV_CAUSE_NO_NAME,
+                    nullptr);
+      break;
+    case GSLXDV_REFUSED_NAME:
+      recordFailure(m, GSLXDV_CAUSE_REFUSED_NAME, gslxGetAttrValue(attributes, kNameAttribute));
+      break;
+    case GSLXDV_NO_MEMORY: recordFailure(m, GSLXDV_CAUSE_NO_MEMORY, nullptr); break;
+    case GSLXDV_BAD_BASE64: recordFailure(m, GSLXDV_CAUSE_BAD_BASE64, nullptr); break;
+    default: recordFailure(m, GSLXDV_CAUSE_OTHER, nullptr); break;
+  }
+  return status;
+}
+
+// The first element of a document: anything but dsml gives no entry at all,
+// which deserves a word (a DSML v2 batchRequest, say).
+void noteRoot(GslxdvStateMachine *m, const char *name) {
+  if (m->root_seen != 0) return;
+  m->root_seen = 1;
+  if (m->state != GSLXDV_STATE_DOCUMENT || findTransition(m->core_context, m->state, name) != nullptr) {
+    return;
+  }
+  GslxdvDiagnostic &d = m->diagnostic;
+  d.cause = GSLXDV_CAUSE_NOT_DSML;
+  xmlPosition(m->xml, &d.line, &d.column);
+  setDetail(&d, name);
+}
+
+// Why xmlparse failed, when no handler said.
+void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
+  if (hasFailure(m->diagnostic)) return;
+  int32_t cause = GSLXDV_CAUSE_OTHER;
+  switch (xml_status) {
+    case XMLIF_SOURCE_UNREADABLE: cause = GSLXDV_CAUSE_UNREADABLE; break;
+    case XMLIF_UNSUPPORTED_SOURCE: cause = GSLXDV_CAUSE_UNSUPPORTED; break;
+    case XMLIF_BAD_URI: cause = GSLXDV_CAUSE_BAD_URI; break;
+    case XMLIF_NOT_WELL_FORMED: cause = GSLXDV_CAUSE_NOT_WELL_FORMED; break;
+    case XMLIF_ENTITY_REFUSED: cause = GSLXDV_CAUSE_ENTITY_REFUSED; break;
+    case XMLIF_NO_MEMORY: cause = GSLXDV_CAUSE_NO_MEMORY; break;
+    default: break;
+  }
+  GslxdvDiagnostic &d = m->diagnostic;
+  d.cause = cause;
+  xmlPosition(xml, &d.line, &d.column);
+  setDetail(&d, xmlErrorText(xml));
 }
 
 // ---- Opening an element ---------------------------------------------------------
@@ -161,7 +234,12 @@ void releaseText(GslxdvStateMachine *m) {
   if (m->callback != nullptr && m->entry != nullptr) {
     // A refusal stops the document with the entry still held; it is
     // released with the other members when the parse fails.
-    if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) return st;
+    if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) {
+      char status[16];
+      std::snprintf(status, sizeof status, "%d", st);
+      recordFailure(m, st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK, status);
+      return st;
+    }
   }
   (void)gslcledeDestroyLDAPEntry(nullptr, m->entry);
   m->entry = nullptr;
@@ -228,6 +306,69 @@ void releaseText(GslxdvStateMachine *m) {
   return GSLXDV_OK;
 }
 
+int startElement(GslxdvStateMachine *m, const char *name, const xmlattrs *attributes) {
+  if (m->skip_depth != 0) {
+    // Detect and prevent integer overflow: the count is 16 bits wide, and a
+    // wrap to 0 would end the skip in the middle of the skipped content.
+    if (m->skip_depth == UINT16_MAX) return GSLXDV_FAILED;
+    ++m->skip_depth;
+    return GSLXDV_OK;
+  }
+  const Transition *row = findTransition(m->core_context, m->state, name);
+  if (row != nullptr) {
+    if (const int st = performAction(m, row->action, attributes); st != GSLXDV_OK) return st;
+  }
+  return enterElement(m, row, name);
+}
+
+int endElement(GslxdvStateMachine *m, const char *name) {
+  if (m->state == GSLXDV_STATE_SKIPPING) {
+    if (m->skip_depth > 0) --m->skip_depth;
+    if (gslusicStrcasecmp(m->core_context, name, m->skip_name) != GSLUS_CMP_EQUAL) {
+      return GSLXDV_OK;  // still inside the skipped element
+    }
+    // Deliberate: the skip ends at the first closing tag of the skipped
+    // element's name, whatever the depth, and the count is not reset. A
+    // skipped element holding one of its own name thus ends the skip early
+    // and leaves the count above zero: from then on start tags are only
+    // counted and closing tags pop states, until the document ends or runs
+    // out of states to pop.
+    (void)gslumfFree(m->core_context, m->skip_name);
+    m->skip_name = nullptr;
+  } else if (const int st = closeElement(m); st != GSLXDV_OK) {
+    return st;
+  }
+  return popState(m);
+}
+
+int characters(GslxdvStateMachine *m, const char *bytes, uint32_t length) {
+  if (m->state != GSLXDV_STATE_OC_VALUE && m->state != GSLXDV_STATE_VALUE) return GSLXDV_OK;
+  if (bytes == nullptr) return GSLXDV_NULL_ARG;
+  // Each piece replaces the pending one: of a value given in several pieces
+  // only the last is kept.
+  releaseText(m);
+  // Detect and prevent integer overflow: room for the NUL must fit 32 bits.
+  if (length == UINT32_MAX) return GSLXDV_NO_MEMORY;
+  gsluctx *core = m->core_context;
+  Owned<char> text(static_cast<char *>(gslummMalloc(core, length + 1)), ContextFree{core});
+  if (text == nullptr) return GSLXDV_NO_MEMORY;
+  // The copy stops at a NUL byte (and pads with NULs), while the recorded
+  // length stays the full length.
+  (void)gslussnStrncpy(core, text.get(), bytes, length);
+  text.get()[length] = '\0';  // the cleaner reads up to it
+  uint32_t text_length = length;
+  if (m->base64 != 0) {
+    if (const int st = decodeBase64(core, text, &text_length); st != GSLXDV_OK) return st;
+  }
+  text.get()[text_length] = '\0';
+  m->text = text.release();
+  m->text_length = text_length;
+  // Deliberate: the mark is cleared after the first piece, so a later piece
+  // of the same value is kept as it stands, undecoded.
+  m->base64 = 0;
+  return GSLXDV_OK;
+}
+
 }  // namespace
 
 extern "C" {
@@ -268,11 +409,21 @@ int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle
   if (isReading(m)) return GSLXDV_FAILED;
   m->callback = callback;
   m->callback_arg = callback_arg;
+  m->diagnostic = GslxdvDiagnostic{};
+  m->root_seen = 0;
   // Deliberate: the other accepted kinds read nothing and succeed.
   if (source_kind != GSLXDV_SOURCE_URI) return GSLXDV_OK;
-  if (xmlparse(handle->xml, source, nullptr, XMLIF_READER_FLAGS) == XMLIF_OK) return GSLXDV_OK;
+  const int xml_status = xmlparse(handle->xml, source, nullptr, XMLIF_READER_FLAGS);
+  if (xml_status == XMLIF_OK) return GSLXDV_OK;
+  recordParseFailure(m, handle->xml, xml_status);
   (void)gslxdv1fsmFreeStateMacMemb(m);
   return GSLXDV_FAILED;
+}
+
+int32_t gslxdv1gdGetDiagnostic(const GslxdvParserCtx *handle, GslxdvDiagnostic *out) {
+  if (handle == nullptr || out == nullptr) return GSLXDV_NULL_ARG;
+  *out = handle->machine->diagnostic;
+  return GSLXDV_OK;
 }
 
 int32_t gslxdv1cCleanup(GslxdvParserCtx **handle) {
@@ -315,9 +466,13 @@ int sax_endDocument(void *machine) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
   (void)gslxdv1fsmFreeStateMacMemb(m);
-  xmlctx *xml = m->xml;  // the parser outlives its documents
+  // The parser outlives its documents, and what the document has to say
+  // is read after it ended.
+  xmlctx *xml = m->xml;
+  const GslxdvDiagnostic diagnostic = m->diagnostic;
   gslxdv1iInitSMachine(m);
   m->xml = xml;
+  m->diagnostic = diagnostic;
   moveTo(m, GSLXDV_STATE_ENDED);
   return GSLXDV_OK;
 }
@@ -325,70 +480,20 @@ int sax_endDocument(void *machine) {
 int sax_startElement(void *machine, const char *name, const xmlattrs *attributes) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr || name == nullptr) return GSLXDV_NULL_ARG;
-  if (m->skip_depth != 0) {
-    // Detect and prevent integer overflow: the count is 16 bits wide, and a
-    // wrap to 0 would end the skip in the middle of the skipped content.
-    if (m->skip_depth == UINT16_MAX) return GSLXDV_FAILED;
-    ++m->skip_depth;
-    return GSLXDV_OK;
-  }
-  const Transition *row = findTransition(m->core_context, m->state, name);
-  if (row != nullptr) {
-    if (const int st = performAction(m, row->action, attributes); st != GSLXDV_OK) return st;
-  }
-  return enterElement(m, row, name);
+  noteRoot(m, name);
+  return noted(m, startElement(m, name, attributes), attributes);
 }
 
 int sax_endElement(void *machine, const char *name) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr || name == nullptr) return GSLXDV_NULL_ARG;
-  if (m->state == GSLXDV_STATE_SKIPPING) {
-    if (m->skip_depth > 0) --m->skip_depth;
-    if (gslusicStrcasecmp(m->core_context, name, m->skip_name) != GSLUS_CMP_EQUAL) {
-      return GSLXDV_OK;  // still inside the skipped element
-    }
-    // Deliberate: the skip ends at the first closing tag of the skipped
-    // element's name, whatever the depth, and the count is not reset. A
-    // skipped element holding one of its own name thus ends the skip early
-    // and leaves the count above zero: from then on start tags are only
-    // counted and closing tags pop states, until the document ends or runs
-    // out of states to pop.
-    (void)gslumfFree(m->core_context, m->skip_name);
-    m->skip_name = nullptr;
-  } else if (const int st = closeElement(m); st != GSLXDV_OK) {
-    return st;
-  }
-  return popState(m);
+  return noted(m, endElement(m, name), nullptr);
 }
 
 int sax_characters(void *machine, const char *bytes, uint32_t length) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
-  if (m->state != GSLXDV_STATE_OC_VALUE && m->state != GSLXDV_STATE_VALUE) return GSLXDV_OK;
-  if (bytes == nullptr) return GSLXDV_NULL_ARG;
-  // Each piece replaces the pending one: of a value given in several pieces
-  // only the last is kept.
-  releaseText(m);
-  // Detect and prevent integer overflow: room for the NUL must fit 32 bits.
-  if (length == UINT32_MAX) return GSLXDV_NO_MEMORY;
-  gsluctx *core = m->core_context;
-  Owned<char> text(static_cast<char *>(gslummMalloc(core, length + 1)), ContextFree{core});
-  if (text == nullptr) return GSLXDV_NO_MEMORY;
-  // The copy stops at a NUL byte (and pads with NULs), while the recorded
-  // length stays the full length.
-  (void)gslussnStrncpy(core, text.get(), bytes, length);
-  text.get()[length] = '\0';  // the cleaner reads up to it
-  uint32_t text_length = length;
-  if (m->base64 != 0) {
-    if (const int st = decodeBase64(core, text, &text_length); st != GSLXDV_OK) return st;
-  }
-  text.get()[text_length] = '\0';
-  m->text = text.release();
-  m->text_length = text_length;
-  // Deliberate: the mark is cleared after the first piece, so a later piece
-  // of the same value is kept as it stands, undecoded.
-  m->base64 = 0;
-  return GSLXDV_OK;
+  return noted(m, characters(m, bytes, length), nullptr);
 }
 
 // ---- Helpers --------------------------------------------------------------------------

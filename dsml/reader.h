@@ -73,6 +73,41 @@ typedef int32_t (*GslxdvEntryCallback)(LDAPEntry *entry, void *callback_arg);
  * document. */
 typedef struct GslxdvParserCtx GslxdvParserCtx;
 
+/* Why the latest document failed, or what it warns of. */
+enum {
+    GSLXDV_CAUSE_NONE = 0,            /* read whole, nothing to say */
+    GSLXDV_CAUSE_UNREADABLE = 1,      /* cannot be opened or read (detail:
+                                         the system's reason) */
+    GSLXDV_CAUSE_UNSUPPORTED = 2,     /* a URI this reader does not fetch */
+    GSLXDV_CAUSE_BAD_URI = 3,         /* a file: URI that is not well formed */
+    GSLXDV_CAUSE_NOT_WELL_FORMED = 4, /* detail: the XML parser's description */
+    GSLXDV_CAUSE_ENTITY_REFUSED = 5,  /* an external entity, or entity
+                                         expansion past the parser's limit
+                                         (detail: the parser's description) */
+    GSLXDV_CAUSE_NO_DN = 6,           /* an entry without dn */
+    GSLXDV_CAUSE_NO_NAME = 7,         /* an attr without name */
+    GSLXDV_CAUSE_REFUSED_NAME = 8,    /* an attr name refused (detail: it) */
+    GSLXDV_CAUSE_BAD_BASE64 = 9,      /* a value's base64 text */
+    GSLXDV_CAUSE_NO_MEMORY = 10,
+    GSLXDV_CAUSE_CALLBACK = 11,       /* the entry callback refused the entry
+                                         (detail: its status) */
+    GSLXDV_CAUSE_OTHER = 12,          /* any other step that failed */
+    GSLXDV_CAUSE_NOT_DSML = 13        /* a warning, for a document read whole:
+                                         its root element is not dsml, so it
+                                         gave no entry (detail: the root's
+                                         local name) */
+};
+
+enum { GSLXDV_DETAIL_SIZE = 256 };
+
+typedef struct GslxdvDiagnostic {
+    int32_t cause;    /* GSLXDV_CAUSE_* */
+    uint32_t line;    /* where in the document, counted from 1: the element */
+    uint32_t column;  /* or text at fault; 0 and 0 when it has no place */
+    char detail[GSLXDV_DETAIL_SIZE]; /* NUL-terminated, cut to fit; "" when
+                                        the cause needs none */
+} GslxdvDiagnostic;
+
 /* ---- The reader -------------------------------------------------------------- */
 
 /* Creates a parser context into *handle (cleared first). c1 to c6 are
@@ -95,6 +130,11 @@ int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c
  * callback reads the document and discards every entry. */
 int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
                       GslxdvEntryCallback callback, void *callback_arg);
+
+/* Copies into *out what the latest gslxdv1pParse of handle has to say: why
+ * the document failed, or, for a document read whole, GSLXDV_CAUSE_NOT_DSML
+ * or GSLXDV_CAUSE_NONE. 9 for a null handle or out, else 0. */
+int32_t gslxdv1gdGetDiagnostic(const GslxdvParserCtx *handle, GslxdvDiagnostic *out);
 
 /* Ends the XML parser instance, releases the machine and the context and
  * sets *handle to null. 9 for a null handle address or handle, 10 without a

@@ -84,6 +84,9 @@ typedef struct GslxdvStateMachine {
     xmlctx *xml;              /* the parser reading for this machine, told
                                  whether text is wanted; null when the
                                  handlers are driven without one */
+    GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
+                                    failure records its cause and place */
+    uint16_t root_seen;       /* 1 once the document's root element opened */
 } GslxdvStateMachine;
 
 /* One per open element not entered while skipping: the state to return to

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -143,6 +144,8 @@ constexpr size_t kConfigCount = 10;
 // the next; larger ones are given back once used.
 constexpr size_t kRetainedBufferBytes = 64 * 1024;
 
+constexpr size_t kErrorTextSize = 128;
+
 }  // namespace
 
 struct xmlctx {
@@ -163,6 +166,13 @@ struct xmlctx {
   size_t text_length = 0;
   bool text_wanted = true;  // see xmlWantText
   GrowBuffer<const XML_Char *> attributes;  // pairs left after dropping xmlns
+
+  // Where the current event begins, and where pending text began.
+  uint32_t event_line = 0;
+  uint32_t event_column = 0;
+  uint32_t text_line = 0;
+  uint32_t text_column = 0;
+  char error_text[kErrorTextSize] = {};  // see xmlErrorText
 
   // State of the parse under way.
   XML_Parser expat = nullptr;
@@ -190,6 +200,19 @@ void stopParse(xmlctx *x, int status) {
 [[nodiscard]] bool wentOn(xmlctx *x, int handler_status) {
   if (handler_status != 0) stopParse(x, XMLIF_HANDLER_FAILED);
   return handler_status == 0;
+}
+
+// ---- Positions ----------------------------------------------------------------
+// expat counts lines from 1 and columns from 0; both are reported from 1.
+void currentPosition(const xmlctx *x, uint32_t *line, uint32_t *column) {
+  *line = static_cast<uint32_t>(XML_GetCurrentLineNumber(x->expat));
+  *column = static_cast<uint32_t>(XML_GetCurrentColumnNumber(x->expat)) + 1;
+}
+
+void markEvent(xmlctx *x) { currentPosition(x, &x->event_line, &x->event_column); }
+
+void setErrorText(xmlctx *x, const char *text) {
+  std::snprintf(x->error_text, sizeof x->error_text, "%s", text != nullptr ? text : "");
 }
 
 // ---- Names and attributes ----------------------------------------------------
@@ -243,6 +266,8 @@ void releaseLargeBuffers(xmlctx *x) {
   if (x->text_length == 0) return true;
   const auto n = static_cast<uint32_t>(x->text_length);  // reserve() capped it
   x->text_length = 0;
+  x->event_line = x->text_line;
+  x->event_column = x->text_column;
   const bool went_on = wentOn(x, x->handlers.characters(x->user, x->text.data(), n));
   x->text.shrink(kRetainedBufferBytes);
   return went_on;
@@ -251,6 +276,7 @@ void releaseLargeBuffers(xmlctx *x) {
 void XMLCALL onCharacters(void *data, const XML_Char *s, int len) {
   auto *x = static_cast<xmlctx *>(data);
   if (x->stopped || len <= 0 || !x->text_wanted) return;
+  if (x->text_length == 0) currentPosition(x, &x->text_line, &x->text_column);
   const size_t needed = x->text_length + static_cast<size_t>(len);
   if (const int st = x->text.reserve(needed); st != XMLIF_OK) {
     stopParse(x, st);
@@ -263,6 +289,7 @@ void XMLCALL onCharacters(void *data, const XML_Char *s, int len) {
 void XMLCALL onStartElement(void *data, const XML_Char *name, const XML_Char **atts) {
   auto *x = static_cast<xmlctx *>(data);
   if (x->stopped || !flushText(x) || x->handlers.startElement == nullptr) return;
+  markEvent(x);
   xmlattrs list{};
   if (const int st = collectAttributes(x, atts, &list); st != XMLIF_OK) {
     stopParse(x, st);
@@ -274,6 +301,7 @@ void XMLCALL onStartElement(void *data, const XML_Char *name, const XML_Char **a
 void XMLCALL onEndElement(void *data, const XML_Char *name) {
   auto *x = static_cast<xmlctx *>(data);
   if (x->stopped || !flushText(x) || x->handlers.endElement == nullptr) return;
+  markEvent(x);
   (void)wentOn(x, x->handlers.endElement(x->user, localName(name)));
 }
 
@@ -462,10 +490,18 @@ class ParseScope {
   return XMLIF_OK;
 }
 
-// Why expat gave up: our own recorded reason first.
-[[nodiscard]] int parseFailure(const xmlctx *x) {
+// Why expat gave up: our own recorded reason first. Where and why expat
+// failed is kept for xmlPosition and xmlErrorText; a handler's failure keeps
+// the position of its event.
+[[nodiscard]] int parseFailure(xmlctx *x) {
+  const XML_Error code = XML_GetErrorCode(x->expat);
+  if (code != XML_ERROR_NONE && x->failure != XMLIF_HANDLER_FAILED) {
+    x->event_line = static_cast<uint32_t>(XML_GetErrorLineNumber(x->expat));
+    x->event_column = static_cast<uint32_t>(XML_GetErrorColumnNumber(x->expat)) + 1;
+    if (x->failure == XMLIF_OK) setErrorText(x, XML_ErrorString(code));
+  }
   if (x->failure != XMLIF_OK) return x->failure;
-  switch (XML_GetErrorCode(x->expat)) {
+  switch (code) {
     case XML_ERROR_NO_MEMORY:
       return XMLIF_NO_MEMORY;
     case XML_ERROR_AMPLIFICATION_LIMIT_BREACH:
@@ -488,7 +524,10 @@ size_t chunkSize() {
     void *buffer = XML_GetBuffer(x->expat, static_cast<int>(chunk));
     if (buffer == nullptr) return parseFailure(x);
     const ssize_t n = readSome(fd, buffer, chunk);
-    if (n < 0) return XMLIF_SOURCE_UNREADABLE;
+    if (n < 0) {
+      setErrorText(x, std::strerror(errno));
+      return XMLIF_SOURCE_UNREADABLE;
+    }
     if (!started && !reportStartDocument(x)) return x->failure;
     const bool last = n == 0;
     if (XML_ParseBuffer(x->expat, static_cast<int>(n), last) != XML_STATUS_OK || x->stopped) {
@@ -527,11 +566,16 @@ int parseSource(xmlctx *x, const char *source, const char *encoding, void * /*fi
   if (x == nullptr || source == nullptr) return XMLIF_NULL_ARGUMENT;
   if (x->parsing) return XMLIF_BUSY;
   x->flags = flags;
+  x->event_line = x->event_column = 0;
+  x->error_text[0] = '\0';
   gslu::Owned<char> decoded(nullptr, gslu::ContextFree{x->core});
   const char *path = nullptr;
   if (const int st = resolveSource(x->core, source, &decoded, &path); st != XMLIF_OK) return st;
   const FileDescriptor fd(::open(path, O_RDONLY | O_CLOEXEC));
-  if (fd.get() < 0) return XMLIF_SOURCE_UNREADABLE;
+  if (fd.get() < 0) {
+    setErrorText(x, std::strerror(errno));
+    return XMLIF_SOURCE_UNREADABLE;
+  }
 
   const ParseScope scope(x);
   if (const int st = createExpat(x, encoding); st != XMLIF_OK) return st;
@@ -562,6 +606,15 @@ int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t fla
 }
 
 void xmlterm(xmlctx *xml) { destroyInstance(xml); }
+
+void xmlPosition(const xmlctx *xml, uint32_t *line, uint32_t *column) {
+  if (line != nullptr) *line = xml != nullptr ? xml->event_line : 0;
+  if (column != nullptr) *column = xml != nullptr ? xml->event_column : 0;
+}
+
+const char *xmlParserVersion(void) { return XML_ExpatVersion(); }
+
+const char *xmlErrorText(const xmlctx *xml) { return xml != nullptr ? xml->error_text : ""; }
 
 void xmlWantText(xmlctx *xml, int wanted) {
   if (xml != nullptr) xml->text_wanted = wanted != 0;

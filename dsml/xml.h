@@ -147,6 +147,24 @@ void xmlterm(xmlctx *xml);
  * handled. Null xml: nothing. */
 void xmlWantText(xmlctx *xml, int wanted);
 
+/* Where the parser stands, lines and columns counted from 1 (0 and 0 when
+ * unknown or for a null xml): during a handler call, where the event being
+ * reported begins (for text, where the text begins); after xmlparse
+ * failed, where it failed (for a document that is not well-formed, where
+ * expat found the error). */
+void xmlPosition(const xmlctx *xml, uint32_t *line, uint32_t *column);
+
+/* After xmlparse failed: why, in words: the system's reason a source could
+ * not be opened or read ("No such file or directory", "Is a directory"),
+ * or expat's description of the error ("mismatched tag"); "" when there is
+ * none (a handler's failure, say) or for a null xml. Valid until the next
+ * xmlparse of the instance. */
+const char *xmlErrorText(const xmlctx *xml);
+
+/* The XML parser underneath and its version as it runs, such as
+ * "expat_2.5.0". */
+const char *xmlParserVersion(void);
+
 /* Number of attributes in attrs; 0 for null. */
 uint32_t numAttributes(const xmlattrs *attrs);
 

@@ -9,6 +9,7 @@
 #include "util/strings.h"
 
 #include <unicode/uchar.h>
+#include <unicode/uversion.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
@@ -726,6 +727,21 @@ int gslusistokenize(gsluctx *ctx, const char *s, const char *delimiters, char **
   *tokens = array.release();
   *count = total;
   return GSLUS_OK;
+}
+
+const char *gslusvUnicodeVersion(void) {
+  // Filled once; the version cannot change while the process runs.
+  static const struct Text {
+    Text() {
+      UVersionInfo version;
+      u_getVersion(version);
+      char number[U_MAX_VERSION_STRING_LENGTH];
+      u_versionToString(version, number);
+      std::snprintf(text, sizeof text, "ICU %s", number);
+    }
+    char text[8 + U_MAX_VERSION_STRING_LENGTH];
+  } kText;
+  return kText.text;
 }
 
 }  // extern "C"

@@ -239,6 +239,10 @@ int gslusnIsSingleQuoted(gsluctx *ctx, const char *s, char *out);
 int gslusistokenize(gsluctx *ctx, const char *s, const char *delimiters, char ***tokens,
                     uint32_t *count);
 
+/* The Unicode library behind the character-aware functions and its version
+ * as it runs, such as "ICU 72.1". */
+const char *gslusvUnicodeVersion(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -3,6 +3,7 @@
 // longer than one output piece, and a Latin-1 locale.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -15,9 +16,12 @@ using qtest::RunResult;
 using qtest::runQuillomat;
 using qtest::StdoutKind;
 
-const std::string kNotConverted =
-    "quillomat: a DSML document could not be converted to LDIF; the entries before the failure "
-    "were written in full.\n";
+// The one line that says which document failed, where and why.
+std::string failed(const std::string &cause) {
+  return "quillomat: " + cause +
+         "; the document could not be converted to LDIF (the entries before it were written in "
+         "full)\n";
+}
 const std::string kOutputLost =
     "quillomat: standard output could not be written; the LDIF written there is incomplete.\n";
 
@@ -71,7 +75,7 @@ TEST_F(DriverTest, AMissingFileStopsTheRunAfterTheEntriesBeforeIt) {
   const std::string c = file("c.dsml", document(entry("c1")));
   const RunResult r = runQuillomat({a, dir_.path() + "/missing.dsml", c});
   EXPECT_EQ(r.out, record("a1") + record("a2"));
-  EXPECT_EQ(r.err, kNotConverted);
+  EXPECT_EQ(r.err, failed(dir_.path() + "/missing.dsml: cannot be opened: No such file or directory"));
   EXPECT_EQ(r.status, 1);
 }
 
@@ -85,7 +89,7 @@ TEST_F(DriverTest, FileUrisAreRead) {
 TEST_F(DriverTest, OtherUriSchemesAreNotFetched) {
   const RunResult r = runQuillomat({"http://localhost/x.dsml"});
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, kNotConverted);
+  EXPECT_EQ(r.err, failed("http://localhost/x.dsml: only local files and file: URIs are read"));
   EXPECT_EQ(r.status, 1);
 }
 
@@ -101,17 +105,17 @@ TEST_F(DriverTest, OutputIsTheSameThroughAPipeAndKeepsItsOrderWithErrors) {
   }
   const std::string good = file("good.dsml", document(entries));
   const std::string bad = file("bad.dsml", document(entry("last")) + "<junk>");
-  const RunResult piped = runQuillomat({good}, {}, StdoutKind::kPipe);
+  const RunResult piped = runQuillomat({good}, {.stdout_kind = StdoutKind::kPipe});
   EXPECT_EQ(piped.out, expected);
   EXPECT_EQ(piped.status, 0);
-  const RunResult shared = runQuillomat({good, bad}, {}, StdoutKind::kShared);
-  EXPECT_EQ(shared.err, expected + record("last") + kNotConverted);
+  const RunResult shared = runQuillomat({good, bad}, {.stdout_kind = StdoutKind::kShared});
+  EXPECT_EQ(shared.err, expected + record("last") + failed(bad + ":5:1: junk after document element"));
   EXPECT_EQ(shared.status, 1);
 }
 
 TEST_F(DriverTest, LostOutputIsAFailure) {
   const std::string a = file("a.dsml", document(entry("a1")));
-  const RunResult r = runQuillomat({a}, {}, StdoutKind::kClosedPipe, /*ignore_sigpipe=*/true);
+  const RunResult r = runQuillomat({a}, {.stdout_kind = StdoutKind::kClosedPipe, .ignore_sigpipe = true});
   EXPECT_EQ(r.err, kOutputLost);
   EXPECT_EQ(r.status, 1);
 }
@@ -122,8 +126,8 @@ TEST_F(DriverTest, AClosedPipeStopsTheRunAtTheFirstFailedWrite) {
   std::string entries;
   for (int i = 0; i < 3000; ++i) entries += entry(std::string("n").append(std::to_string(i)));
   const std::string big = file("big.dsml", document(entries));
-  const RunResult r = runQuillomat({big, dir_.path() + "/missing.dsml"}, {}, StdoutKind::kClosedPipe,
-                                   /*ignore_sigpipe=*/true);
+  const RunResult r = runQuillomat({big, dir_.path() + "/missing.dsml"},
+                                   {.stdout_kind = StdoutKind::kClosedPipe, .ignore_sigpipe = true});
   EXPECT_EQ(r.err, kOutputLost);
   EXPECT_EQ(r.status, 1);
 }
@@ -141,10 +145,14 @@ class ForgedNameTest : public DriverTest, public ::testing::WithParamInterface<F
 
 TEST_P(ForgedNameTest, FailsTheDocumentAfterTheEntriesBeforeIt) {
   const std::string forged = "<entry dn=\"cn=Ann Lee,o=ex\">" + GetParam().attr + "</entry>\n";
-  const RunResult r = runQuillomat({file("forged.dsml", document(entry("a1") + forged + entry("a2")))});
-  EXPECT_EQ(r.out, record("a1"));
-  EXPECT_EQ(r.err, kNotConverted);
-  EXPECT_EQ(r.status, 1);
+  const RunResult run = runQuillomat({file("forged.dsml", document(entry("a1") + forged + entry("a2")))});
+  EXPECT_EQ(run.out, record("a1"));
+  // One line, naming the entry's line and the name with its line breaks
+  // shown as escapes.
+  EXPECT_TRUE(run.err.starts_with("quillomat: " + dir_.path() + "/forged.dsml:4:")) << run.err;
+  EXPECT_NE(run.err.find(": invalid attribute name \""), std::string::npos) << run.err;
+  EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+  EXPECT_EQ(run.status, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -166,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(DriverTest, CatalogueProblemsAreExplained) {
   const std::string malformed = dir_.path() + "/malformed";
   dir_.write("malformed/ldap.msg", "2101 fine\n2102 fine\nnot a message line\n");
-  RunResult r = runQuillomat({file("a.dsml", document(entry("a1")))}, {{"VSX_LDAP_MESGDIR", malformed}});
+  RunResult r = runQuillomat({file("a.dsml", document(entry("a1")))}, {.env = {{"VSX_LDAP_MESGDIR", malformed}}});
   EXPECT_EQ(r.out, "");
   EXPECT_EQ(r.err, "\nError initializing CORE context.\nquillomat: message catalogue: " + malformed +
                        "/ldap.msg:3: expected a message number from 1 to 4294967295\n");
@@ -174,8 +182,8 @@ TEST_F(DriverTest, CatalogueProblemsAreExplained) {
 
   const std::string sparse = dir_.path() + "/sparse";
   dir_.write("sparse/ldap.msg", "1 only this\n");
-  r = runQuillomat({dir_.path() + "/missing.dsml"}, {{"VSX_LDAP_MESGDIR", sparse}});
-  EXPECT_EQ(r.err, kNotConverted);
+  r = runQuillomat({dir_.path() + "/missing.dsml"}, {.env = {{"VSX_LDAP_MESGDIR", sparse}}});
+  EXPECT_EQ(r.err, failed(dir_.path() + "/missing.dsml: No such file or directory"));
   EXPECT_EQ(r.status, 1);
 }
 
@@ -197,7 +205,7 @@ TEST_F(DriverTest, AnAddressSpaceLimitNeverCostsAnEntrySilently) {
   int failures = 0;
   for (rlim_t limit = 24u << 20; limit < (512u << 20) && successes < 8; limit += 512u << 10) {
     SCOPED_TRACE(testing::Message() << "limit " << (limit >> 10) << " KiB");
-    const RunResult r = runQuillomat({doc, doc}, {}, StdoutKind::kFile, false, limit);
+    const RunResult r = runQuillomat({doc, doc}, {.address_space = limit});
     if (r.status == 127) {
       EXPECT_NE(r.err.find("error while loading shared libraries"), std::string::npos) << r.err;
       continue;
@@ -259,7 +267,7 @@ TEST_F(DriverTest, Latin1LocaleConvertsTextButNotBinaryValues) {
       "<entry dn=\"cn=J\xc3\xbcrgen,o=ex\"><attr name=\"cn\"><value>J\xc3\xbcrgen</value></attr>"
       "<attr name=\"jpegPhoto\"><value>J\xc3\xbcrgen</value></attr></entry>\n");
   const RunResult r = runQuillomat({file("latin1.dsml", doc)},
-                                   {{"LOCPATH", locales}, {"LANG", "en_US.ISO-8859-1"}});
+                                   {.env = {{"LOCPATH", locales}, {"LANG", "en_US.ISO-8859-1"}}});
   EXPECT_EQ(r.out, "dn:: Y249SvxyZ2VuLG89ZXg=\ncn:: SvxyZ2Vu\njpegPhoto:: SsO8cmdlbg==\n\n");
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(r.status, 0);

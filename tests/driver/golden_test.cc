@@ -34,7 +34,8 @@ class GoldenTest : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(GoldenTest, MatchesExpectedBytes) {
   const fs::path base = kCases / GetParam();
-  qtest::RunResult r = qtest::runQuillomat({base.string() + ".dsml"});
+  // Run beside the case, so that messages name it as the command line does.
+  qtest::RunResult r = qtest::runQuillomat({GetParam() + ".dsml"}, {.cwd = kCases.string()});
   EXPECT_EQ(r.out, qtest::readFile(base.string() + ".ldif"));
   EXPECT_EQ(r.err, optionalFile(base.string() + ".err", ""));
   EXPECT_EQ(r.status, std::stoi(optionalFile(base.string() + ".status", "0")));

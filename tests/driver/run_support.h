@@ -11,8 +11,8 @@
 
 #include <cstdlib>
 #include <map>
-#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/test_support.h"
@@ -34,28 +34,33 @@ enum class StdoutKind {
   kShared,      // the same file as standard error (2>&1)
 };
 
-// Runs quillomat with args in an environment that holds only `env` (no
-// inherited locale, catalogue or home variables), SIGPIPE ignored when
-// asked, and collects its output.
-// A non-zero address_space limits the child's virtual memory (RLIMIT_AS),
-// in bytes.
-inline RunResult runQuillomat(const std::vector<std::string> &args,
-                              const std::map<std::string, std::string> &env = {},
-                              StdoutKind kind = StdoutKind::kFile, bool ignore_sigpipe = false,
-                              rlim_t address_space = 0) {
+struct RunOptions {
+  // The whole environment (no inherited locale, catalogue or home variables).
+  std::map<std::string, std::string> env;
+  StdoutKind stdout_kind = StdoutKind::kFile;
+  bool ignore_sigpipe = false;
+  rlim_t address_space = 0;  // RLIMIT_AS in bytes; 0: no limit
+  std::string cwd;           // "": the test's own
+  std::string stdin_text;    // fed through a pipe the parent writes while the child runs
+};
+
+// Runs quillomat with args and collects its output.
+inline RunResult runQuillomat(const std::vector<std::string> &args, const RunOptions &o = {}) {
   TempDir dir;
   const std::string out_path = dir.path() + "/stdout";
   const std::string err_path = dir.path() + "/stderr";
-  int pipe_fds[2] = {-1, -1};
-  if (kind == StdoutKind::kPipe || kind == StdoutKind::kClosedPipe) {
-    if (pipe(pipe_fds) != 0) return {};
-    if (kind == StdoutKind::kClosedPipe) {
-      close(pipe_fds[0]);
-      pipe_fds[0] = -1;
+  int out_pipe[2] = {-1, -1};
+  int in_pipe[2] = {-1, -1};
+  if (o.stdout_kind == StdoutKind::kPipe || o.stdout_kind == StdoutKind::kClosedPipe) {
+    if (pipe(out_pipe) != 0) return {};
+    if (o.stdout_kind == StdoutKind::kClosedPipe) {
+      close(out_pipe[0]);
+      out_pipe[0] = -1;
     }
   }
+  if (pipe(in_pipe) != 0) return {};
   std::vector<std::string> envs;
-  for (const auto &[k, v] : env) envs.push_back(k + "=" + v);
+  for (const auto &[k, v] : o.env) envs.push_back(k + "=" + v);
   std::vector<char *> argv{const_cast<char *>(QUILLOMAT_BIN)};
   for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
   argv.push_back(nullptr);
@@ -65,32 +70,50 @@ inline RunResult runQuillomat(const std::vector<std::string> &args,
 
   pid_t pid = fork();
   if (pid == 0) {
-    if (ignore_sigpipe) signal(SIGPIPE, SIG_IGN);
-    if (address_space != 0) {
-      const struct rlimit limit = {address_space, address_space};
+    if (o.ignore_sigpipe) signal(SIGPIPE, SIG_IGN);
+    if (o.address_space != 0) {
+      const struct rlimit limit = {o.address_space, o.address_space};
       if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(125);
     }
+    if (!o.cwd.empty() && chdir(o.cwd.c_str()) != 0) _exit(124);
     int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int out = kind == StdoutKind::kFile ? open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
-              : kind == StdoutKind::kShared ? err
-                                            : pipe_fds[1];
-    if (err < 0 || out < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(126);
-    if (pipe_fds[0] >= 0) close(pipe_fds[0]);
+    int out = o.stdout_kind == StdoutKind::kFile
+                  ? open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
+              : o.stdout_kind == StdoutKind::kShared ? err
+                                                     : out_pipe[1];
+    if (err < 0 || out < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || dup2(in_pipe[0], 0) < 0) {
+      _exit(126);
+    }
+    if (out_pipe[0] >= 0) close(out_pipe[0]);
+    close(in_pipe[1]);
     execve(QUILLOMAT_BIN, argv.data(), envp.data());
     _exit(127);
   }
+  close(in_pipe[0]);
+  if (out_pipe[1] >= 0) close(out_pipe[1]);
+  // Standard input is written beside the reading of standard output, so a
+  // child that streams never waits on a full pipe.
+  std::thread feeder([fd = in_pipe[1], &text = o.stdin_text] {
+    signal(SIGPIPE, SIG_IGN);
+    for (size_t at = 0; at < text.size();) {
+      const ssize_t n = write(fd, text.data() + at, text.size() - at);
+      if (n <= 0) break;
+      at += static_cast<size_t>(n);
+    }
+    close(fd);
+  });
   RunResult r;
-  if (pipe_fds[1] >= 0) close(pipe_fds[1]);
-  if (pipe_fds[0] >= 0) {
+  if (out_pipe[0] >= 0) {
     char buf[65536];
     ssize_t n;
-    while ((n = read(pipe_fds[0], buf, sizeof buf)) > 0) r.out.append(buf, static_cast<size_t>(n));
-    close(pipe_fds[0]);
+    while ((n = read(out_pipe[0], buf, sizeof buf)) > 0) r.out.append(buf, static_cast<size_t>(n));
+    close(out_pipe[0]);
   }
+  feeder.join();
   int status = 0;
   waitpid(pid, &status, 0);
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  if (kind == StdoutKind::kFile) r.out = readFile(out_path);
+  if (o.stdout_kind == StdoutKind::kFile) r.out = readFile(out_path);
   r.err = readFile(err_path);
   return r;
 }
