@@ -107,7 +107,11 @@ void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
       recordFailure(m, GSLXDV_CAUSE_REFUSED_NAME, gslxGetAttrValue(attributes, kNameAttribute));
       break;
     case GSLXDV_NO_MEMORY: recordFailure(m, GSLXDV_CAUSE_NO_MEMORY, nullptr); break;
-    case GSLXDV_BAD_BASE64: recordFailure(m, GSLXDV_CAUSE_BAD_BASE64, nullptr); break;
+    case GSLXDV_BAD_BASE64:
+      recordFailure(m, GSLXDV_CAUSE_BAD_BASE64, nullptr);
+      m->diagnostic.line = m->base64_line;
+      m->diagnostic.column = m->base64_column;
+      break;
     default: recordFailure(m, GSLXDV_CAUSE_OTHER, nullptr); break;
   }
   return status;
@@ -185,7 +189,12 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
       // Deliberate: only ever set here and cleared by the value's first text.
       // An encoded value with no text leaves the mark for the next text kept
       // in this document, which is then decoded too.
-      if (gslxGetAttrValue(attributes, kEncodingAttribute) != nullptr) m->base64 = 1;
+      if (gslxGetAttrValue(attributes, kEncodingAttribute) != nullptr) {
+        m->base64 = 1;
+        // Text that does not decode is told at its value element; only the
+        // few encoded values pay for asking where they are.
+        xmlPosition(m->xml, &m->base64_line, &m->base64_column);
+      }
       return GSLXDV_OK;
   }
   return GSLXDV_OK;

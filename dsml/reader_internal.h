@@ -87,6 +87,8 @@ typedef struct GslxdvStateMachine {
     GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
                                     failure records its cause and place */
     uint16_t root_seen;       /* 1 once the document's root element opened */
+    uint32_t base64_line;     /* where the value that set the base64 mark */
+    uint32_t base64_column;   /* begins: its text's failure is told there */
 } GslxdvStateMachine;
 
 /* One per open element not entered while skipping: the state to return to

@@ -167,11 +167,9 @@ struct xmlctx {
   bool text_wanted = true;  // see xmlWantText
   GrowBuffer<const XML_Char *> attributes;  // pairs left after dropping xmlns
 
-  // Where the current event begins, and where pending text began.
-  uint32_t event_line = 0;
-  uint32_t event_column = 0;
-  uint32_t text_line = 0;
-  uint32_t text_column = 0;
+  // Where the parse failed, once it has (see xmlPosition), and why.
+  uint32_t error_line = 0;
+  uint32_t error_column = 0;
   char error_text[kErrorTextSize] = {};  // see xmlErrorText
 
   // State of the parse under way.
@@ -203,13 +201,13 @@ void stopParse(xmlctx *x, int status) {
 }
 
 // ---- Positions ----------------------------------------------------------------
+// Asked for only when needed: expat works a position out from the bytes read
+// since it last did, and asking at every event would cost a call per event.
 // expat counts lines from 1 and columns from 0; both are reported from 1.
 void currentPosition(const xmlctx *x, uint32_t *line, uint32_t *column) {
   *line = static_cast<uint32_t>(XML_GetCurrentLineNumber(x->expat));
   *column = static_cast<uint32_t>(XML_GetCurrentColumnNumber(x->expat)) + 1;
 }
-
-void markEvent(xmlctx *x) { currentPosition(x, &x->event_line, &x->event_column); }
 
 void setErrorText(xmlctx *x, const char *text) {
   std::snprintf(x->error_text, sizeof x->error_text, "%s", text != nullptr ? text : "");
@@ -266,8 +264,6 @@ void releaseLargeBuffers(xmlctx *x) {
   if (x->text_length == 0) return true;
   const auto n = static_cast<uint32_t>(x->text_length);  // reserve() capped it
   x->text_length = 0;
-  x->event_line = x->text_line;
-  x->event_column = x->text_column;
   const bool went_on = wentOn(x, x->handlers.characters(x->user, x->text.data(), n));
   x->text.shrink(kRetainedBufferBytes);
   return went_on;
@@ -276,7 +272,6 @@ void releaseLargeBuffers(xmlctx *x) {
 void XMLCALL onCharacters(void *data, const XML_Char *s, int len) {
   auto *x = static_cast<xmlctx *>(data);
   if (x->stopped || len <= 0 || !x->text_wanted) return;
-  if (x->text_length == 0) currentPosition(x, &x->text_line, &x->text_column);
   const size_t needed = x->text_length + static_cast<size_t>(len);
   if (const int st = x->text.reserve(needed); st != XMLIF_OK) {
     stopParse(x, st);
@@ -289,7 +284,6 @@ void XMLCALL onCharacters(void *data, const XML_Char *s, int len) {
 void XMLCALL onStartElement(void *data, const XML_Char *name, const XML_Char **atts) {
   auto *x = static_cast<xmlctx *>(data);
   if (x->stopped || !flushText(x) || x->handlers.startElement == nullptr) return;
-  markEvent(x);
   xmlattrs list{};
   if (const int st = collectAttributes(x, atts, &list); st != XMLIF_OK) {
     stopParse(x, st);
@@ -301,7 +295,6 @@ void XMLCALL onStartElement(void *data, const XML_Char *name, const XML_Char **a
 void XMLCALL onEndElement(void *data, const XML_Char *name) {
   auto *x = static_cast<xmlctx *>(data);
   if (x->stopped || !flushText(x) || x->handlers.endElement == nullptr) return;
-  markEvent(x);
   (void)wentOn(x, x->handlers.endElement(x->user, localName(name)));
 }
 
@@ -496,8 +489,8 @@ class ParseScope {
 [[nodiscard]] int parseFailure(xmlctx *x) {
   const XML_Error code = XML_GetErrorCode(x->expat);
   if (code != XML_ERROR_NONE && x->failure != XMLIF_HANDLER_FAILED) {
-    x->event_line = static_cast<uint32_t>(XML_GetErrorLineNumber(x->expat));
-    x->event_column = static_cast<uint32_t>(XML_GetErrorColumnNumber(x->expat)) + 1;
+    x->error_line = static_cast<uint32_t>(XML_GetErrorLineNumber(x->expat));
+    x->error_column = static_cast<uint32_t>(XML_GetErrorColumnNumber(x->expat)) + 1;
     if (x->failure == XMLIF_OK) setErrorText(x, XML_ErrorString(code));
   }
   if (x->failure != XMLIF_OK) return x->failure;
@@ -566,7 +559,7 @@ int parseSource(xmlctx *x, const char *source, const char *encoding, void * /*fi
   if (x == nullptr || source == nullptr) return XMLIF_NULL_ARGUMENT;
   if (x->parsing) return XMLIF_BUSY;
   x->flags = flags;
-  x->event_line = x->event_column = 0;
+  x->error_line = x->error_column = 0;
   x->error_text[0] = '\0';
   gslu::Owned<char> decoded(nullptr, gslu::ContextFree{x->core});
   const char *path = nullptr;
@@ -608,8 +601,16 @@ int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t fla
 void xmlterm(xmlctx *xml) { destroyInstance(xml); }
 
 void xmlPosition(const xmlctx *xml, uint32_t *line, uint32_t *column) {
-  if (line != nullptr) *line = xml != nullptr ? xml->event_line : 0;
-  if (column != nullptr) *column = xml != nullptr ? xml->event_column : 0;
+  uint32_t l = 0;
+  uint32_t c = 0;
+  if (xml != nullptr && xml->parsing && xml->expat != nullptr && !xml->stopped) {
+    currentPosition(xml, &l, &c);
+  } else if (xml != nullptr) {
+    l = xml->error_line;
+    c = xml->error_column;
+  }
+  if (line != nullptr) *line = l;
+  if (column != nullptr) *column = c;
 }
 
 const char *xmlParserVersion(void) { return XML_ExpatVersion(); }

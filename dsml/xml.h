@@ -148,10 +148,11 @@ void xmlterm(xmlctx *xml);
 void xmlWantText(xmlctx *xml, int wanted);
 
 /* Where the parser stands, lines and columns counted from 1 (0 and 0 when
- * unknown or for a null xml): during a handler call, where the event being
- * reported begins (for text, where the text begins); after xmlparse
- * failed, where it failed (for a document that is not well-formed, where
- * expat found the error). */
+ * unknown or for a null xml): during a start or end tag's handler call,
+ * where the tag begins (during the text handler, where the tag after the
+ * text begins); after xmlparse failed, where it failed (for a document that
+ * is not well-formed, where expat found the error). Worked out when asked,
+ * so it costs nothing until then. */
 void xmlPosition(const xmlctx *xml, uint32_t *line, uint32_t *column);
 
 /* After xmlparse failed: why, in words: the system's reason a source could
