@@ -13,7 +13,6 @@
 #include "dsml/reader_table.h"
 #include "entry/base64.h"
 #include "entry/ldif_record.h"
-#include "util/stack.h"
 #include "util/strings.h"
 
 namespace {
@@ -47,11 +46,7 @@ const xmlsaxcb kReaderHandlers = {
          kind == GSLXDV_SOURCE_NOT_READ_2048 || kind == GSLXDV_SOURCE_NOT_READ_4096;
 }
 
-// The stack exists from the start of a document to its end or failure, so
-// it tells whether a document of this machine is being read.
-[[nodiscard]] bool isReading(const GslxdvStateMachine *machine) {
-  return machine->stack != nullptr;
-}
+[[nodiscard]] bool isReading(const GslxdvStateMachine *machine) { return machine->reading != 0; }
 
 // The transition for (state, name), or null: the element is then skipped.
 [[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
@@ -200,33 +195,21 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
   return GSLXDV_OK;
 }
 
-// Pushes record; the stack's push reports success whether or not it added
-// the record, so the size tells.
-[[nodiscard]] int pushRecord(GslxdvStateMachine *m, GslxdvStElem *record) {
-  uint32_t before = 0;
-  uint32_t after = 0;
-  if (gslulstsSize(m->core_context, m->stack, &before) != GSLULS_OK) return GSLXDV_FAILED;
-  (void)gslulstpuPush(m->core_context, m->stack, record);
-  if (gslulstsSize(m->core_context, m->stack, &after) != GSLULS_OK || after != before + 1) {
-    return GSLXDV_FAILED;
-  }
-  return GSLXDV_OK;
-}
-
 // Remembers the current state for the element's close and moves to next,
 // or, without a transition, starts skipping the element. Whatever can fail
 // happens before the machine changes.
 [[nodiscard]] int enterElement(GslxdvStateMachine *m, const Transition *row, const char *name) {
   gsluctx *core = m->core_context;
-  Owned<GslxdvStElem> record(gslxdv1seStElem(m->state), ContextFree{core});
-  if (record == nullptr) return GSLXDV_NO_MEMORY;
+  // Elements are pushed only along the transitions and for the element that
+  // starts a skip, so the depth stays within the table's longest path; the
+  // check only guards that reasoning.
+  if (m->depth == GSLXDV_MAX_DEPTH) return GSLXDV_FAILED;
   Owned<char> skip_name(nullptr, ContextFree{core});
   if (row == nullptr) {
     skip_name.reset(gslussdStrdup(core, name));
     if (skip_name == nullptr) return GSLXDV_NO_MEMORY;
   }
-  if (const int st = pushRecord(m, record.get()); st != GSLXDV_OK) return st;
-  (void)record.release();  // on the stack now
+  m->states[m->depth++] = m->state;
   if (row != nullptr) {
     moveTo(m, row->next);
     return GSLXDV_OK;
@@ -287,11 +270,8 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
 
 // Returns to the state the closing element was opened in.
 [[nodiscard]] int popState(GslxdvStateMachine *m) {
-  void *top = nullptr;
-  if (gslulstpoPop(m->core_context, m->stack, &top) != GSLULS_OK) return GSLXDV_FAILED;
-  auto *record = static_cast<GslxdvStElem *>(top);
-  moveTo(m, record->state);
-  (void)gslxdv1fseFreeStElem(m->core_context, record);
+  if (m->depth == 0) return GSLXDV_FAILED;
+  moveTo(m, m->states[--m->depth]);
   return GSLXDV_OK;
 }
 
@@ -462,12 +442,8 @@ int sax_startDocument(void *machine) {
   m->skip_name = nullptr;
   m->text_length = 0;
   m->base64 = 0;
-  // The list reports a failed allocation by a null stack and status 0.
-  if (gslulstcCreateStack(m->core_context, offsetof(GslxdvStElem, next), &m->stack) !=
-          GSLULS_OK ||
-      m->stack == nullptr) {
-    return GSLXDV_FAILED;
-  }
+  m->depth = 0;
+  m->reading = 1;
   return GSLXDV_OK;
 }
 
@@ -519,29 +495,13 @@ int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine) {
   gsluctx *core = machine->core_context;
   if (machine->entry != nullptr) (void)gslcledeDestroyLDAPEntry(nullptr, machine->entry);
   if (machine->attribute != nullptr) gslcledaDestroyLDAPAttribute(nullptr, machine->attribute);
-  if (machine->stack != nullptr) {
-    (void)gsluldstDestroyStack(core, machine->stack, gslxdv1fseFreeStElem);
-  }
   releaseText(machine);
   (void)gslumfFree(core, machine->skip_name);
   machine->entry = nullptr;
   machine->attribute = nullptr;
-  machine->stack = nullptr;
+  machine->depth = 0;
+  machine->reading = 0;
   machine->skip_name = nullptr;
-  return GSLXDV_OK;
-}
-
-GslxdvStElem *gslxdv1seStElem(uint16_t state) {
-  auto *record = static_cast<GslxdvStElem *>(gslummMalloc(nullptr, sizeof(GslxdvStElem)));
-  if (record == nullptr) return nullptr;
-  record->state = state;
-  record->next = nullptr;
-  return record;
-}
-
-int gslxdv1fseFreeStElem(gsluctx *core_context, void *record) {
-  if (record == nullptr) return GSLXDV_NULL_ARG;
-  (void)gslumfFree(core_context, record);
   return GSLXDV_OK;
 }
 

@@ -5,12 +5,11 @@
  * machine event by event. A caller of the reader needs only dsml/reader.h.
  *
  * Implementation decisions the contracts below rely on:
- *   - An element-state record that cannot be allocated fails the start tag
- *     with GSLXDV_NO_MEMORY (5) before anything is pushed; a push that did
- *     not add the record (the stack's push reports success either way; the
- *     stack's size is compared before and after) releases the record and
- *     fails with GSLXDV_FAILED (2). So the element-state stack never loses
- *     step with the open elements.
+ *   - The element-state stack is an array inside the machine: a state is
+ *     pushed only for an element the transitions lead into and for the one
+ *     that starts a skip (the elements inside a skipped one are counted,
+ *     not pushed), so the depth never passes the longest path of the
+ *     transition table plus one, and pushing and popping never allocate.
  *   - A closing tag with nothing left to pop (reachable after a skip that
  *     ended early, see sax_endElement) fails the document with
  *     GSLXDV_FAILED instead of reading a record that is not there.
@@ -31,7 +30,6 @@
 
 #include "dsml/reader.h"
 #include "dsml/xml.h"
-#include "util/list.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -63,13 +61,23 @@ enum {
     GSLXDV_STATE_ENDED = 1000            /* the document has ended */
 };
 
+/* Most states the element-state stack holds: the transitions go at most
+ * five elements deep (dsml, directory-entries, entry, attr, value), and one
+ * more starts a skip. */
+enum { GSLXDV_MAX_DEPTH = 8 };
+
 /* The state machine; the user context of every handler. */
 typedef struct GslxdvStateMachine {
     LDAPEntry *entry;         /* being built; null outside entry. Owned */
     LDAPAttribute *attribute; /* being built; null outside objectclass and
                                  attr. Owned until added to the entry */
-    GslulsList *stack;        /* element-state stack; exists only while a
-                                 document is being read */
+    uint16_t states[GSLXDV_MAX_DEPTH]; /* element-state stack: for each open
+                                          element not entered while skipping,
+                                          the state to return to when it
+                                          closes */
+    uint32_t depth;           /* states on the stack */
+    uint16_t reading;         /* 1 from the start of a document to its end
+                                 or failure */
     gsluctx *core_context;    /* every allocation and release */
     char *text;               /* the pending value's bytes, NUL-terminated;
                                  null when none. Owned */
@@ -91,12 +99,6 @@ typedef struct GslxdvStateMachine {
     uint32_t base64_column;   /* begins: its text's failure is told there */
 } GslxdvStateMachine;
 
-/* One per open element not entered while skipping: the state to return to
- * when the element closes. */
-typedef struct GslxdvStElem {
-    uint16_t state;
-    void *next; /* the stack's link field; null while not on the stack */
-} GslxdvStElem;
 
 
 /* The handle the caller holds. */
@@ -111,7 +113,7 @@ struct GslxdvParserCtx {
  * machine, or a status that stops the document. */
 
 /* Starts a document: state DOCUMENT, nothing pending, a new element-state
- * stack (2 when it cannot be created). The callback fields are kept. */
+ * stack. The callback fields are kept. */
 int sax_startDocument(void *machine);
 
 /* Ends a document: releases the members (gslxdv1fsmFreeStateMacMemb),
@@ -150,18 +152,11 @@ int sax_characters(void *machine, const char *bytes, uint32_t length);
  * process-wide one (created if absent). Null: nothing. */
 void gslxdv1iInitSMachine(GslxdvStateMachine *machine);
 
-/* Releases the pending entry, attribute, stack (with its records), text and
+/* Releases the pending entry, attribute, element-state stack, text and
  * skipped name and nulls them. State, depth, base64 mark and callback stay.
  * 9 for a null machine, else 0. */
 int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine);
 
-/* A new element-state record holding state, not on any stack; null when
- * out of memory. */
-GslxdvStElem *gslxdv1seStElem(uint16_t state);
-
-/* Releases an element-state record; the stack's release callback. 9 for a
- * null record, else 0. */
-int gslxdv1fseFreeStElem(gsluctx *core_context, void *record);
 
 /* The value of the first attribute whose local name equals name ignoring
  * case; null when there is none. */

@@ -2,6 +2,7 @@
 // 2, 7 and 4096 bytes (every outcome must agree), the kept oddities, the
 // guards of the machine and allocation failures.
 #include "dsml/reader_internal.h"
+#include "dsml/reader_table.h"
 #include "dsml/xml_internal.h"
 
 #include <gtest/gtest.h>
@@ -237,6 +238,19 @@ struct Machine {
   ~Machine() { EXPECT_EQ(gslxdv1fsmFreeStateMacMemb(&m), GSLXDV_OK); }
   GslxdvStateMachine m{};
 };
+
+// The element-state stack is a fixed array: the transitions must never lead
+// deeper than it holds, one skipped element included.
+TEST(ReaderMachineTest, TheTransitionsFitTheStateStack) {
+  std::function<int(uint16_t)> longest = [&](uint16_t state) {
+    int deepest = 0;
+    for (const gslxdv::Transition &t : gslxdv::kTransitions) {
+      if (t.state == state) deepest = std::max(deepest, 1 + longest(t.next));
+    }
+    return deepest;
+  };
+  EXPECT_LE(longest(GSLXDV_STATE_DOCUMENT) + 1, GSLXDV_MAX_DEPTH);
+}
 
 TEST(ReaderMachineTest, EmptyStackAndSkipCountLimitFail) {
   Machine machine;
