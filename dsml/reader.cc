@@ -48,10 +48,30 @@ const xmlsaxcb kReaderHandlers = {
 
 [[nodiscard]] bool isReading(const GslxdvStateMachine *machine) { return machine->reading != 0; }
 
+// Whether name equals lower (an ASCII name in lower case) ignoring case.
+// ASCII is compared byte by byte, and a mismatch there is final: ASCII folds
+// only to ASCII. From a byte beyond ASCII on, the comparison is left to full
+// Unicode case folding (gslusicStrcasecmp), so that names beyond ASCII keep
+// the service's rules.
+[[nodiscard]] bool sameName(gsluctx *core, const char *name, std::string_view lower) {
+  for (std::size_t i = 0; i <= lower.size(); ++i) {
+    char c = name[i];
+    if ((static_cast<unsigned char>(c) & 0x80) != 0) {
+      return gslusicStrcasecmp(core, lower.data(), name) == GSLUS_CMP_EQUAL;
+    }
+    if (i == lower.size()) return c == '\0';
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+    if (c != lower[i]) return false;
+  }
+  return false;
+}
+
 // The transition for (state, name), or null: the element is then skipped.
 [[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
-  for (const Transition &t : gslxdv::kTransitions) {
-    if (t.state == state && gslusicStrcasecmp(core, t.element, name) == GSLUS_CMP_EQUAL) return &t;
+  if (state >= gslxdv::kTableStates) return nullptr;
+  const gslxdv::StateRows rows = gslxdv::kStateRows.of[state];
+  for (uint8_t i = rows.first; i < rows.first + rows.count; ++i) {
+    if (sameName(core, name, gslxdv::kTransitions[i].element)) return &gslxdv::kTransitions[i];
   }
   return nullptr;
 }
@@ -79,8 +99,11 @@ void setDetail(GslxdvDiagnostic *d, const char *detail) {
   std::snprintf(d->detail, sizeof d->detail, "%s", detail != nullptr ? detail : "");
 }
 
-// Records why the document fails, where the parser stands: the element or
-// text being reported. The first cause recorded is the one that counts.
+// Records why the document fails, where the parser stands: the tag being
+// reported (for text, the tag that follows it, the end of its value). The
+// position is worked out only here, as expat does it from the bytes read
+// since it last did, which is costly when asked often. The first cause
+// recorded is the one that counts.
 void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
   GslxdvDiagnostic &d = m->diagnostic;
   if (hasFailure(d)) return;
@@ -102,11 +125,7 @@ void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
       recordFailure(m, GSLXDV_CAUSE_REFUSED_NAME, gslxGetAttrValue(attributes, kNameAttribute));
       break;
     case GSLXDV_NO_MEMORY: recordFailure(m, GSLXDV_CAUSE_NO_MEMORY, nullptr); break;
-    case GSLXDV_BAD_BASE64:
-      recordFailure(m, GSLXDV_CAUSE_BAD_BASE64, nullptr);
-      m->diagnostic.line = m->base64_line;
-      m->diagnostic.column = m->base64_column;
-      break;
+    case GSLXDV_BAD_BASE64: recordFailure(m, GSLXDV_CAUSE_BAD_BASE64, nullptr); break;
     default: recordFailure(m, GSLXDV_CAUSE_OTHER, nullptr); break;
   }
   return status;
@@ -184,12 +203,7 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
       // Deliberate: only ever set here and cleared by the value's first text.
       // An encoded value with no text leaves the mark for the next text kept
       // in this document, which is then decoded too.
-      if (gslxGetAttrValue(attributes, kEncodingAttribute) != nullptr) {
-        m->base64 = 1;
-        // Text that does not decode is told at its value element; only the
-        // few encoded values pay for asking where they are.
-        xmlPosition(m->xml, &m->base64_line, &m->base64_column);
-      }
+      if (gslxGetAttrValue(attributes, kEncodingAttribute) != nullptr) m->base64 = 1;
       return GSLXDV_OK;
   }
   return GSLXDV_OK;
@@ -509,9 +523,9 @@ const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {
   const uint32_t count = numAttributes(attributes);
   for (uint32_t i = 0; i < count; ++i) {
     const xmlattr *attribute = getAttributeIndex(attributes, i);
-    if (gslusicStrcasecmp(nullptr, getAttrLocal(attribute), name) == GSLUS_CMP_EQUAL) {
-      return getAttrValue(attribute);
-    }
+    const char *local = getAttrLocal(attribute);
+    // The names asked for are the reader's own, in lower-case ASCII.
+    if (sameName(nullptr, local, name)) return getAttrValue(attribute);
   }
   return nullptr;
 }

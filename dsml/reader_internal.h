@@ -95,8 +95,6 @@ typedef struct GslxdvStateMachine {
     GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
                                     failure records its cause and place */
     uint16_t root_seen;       /* 1 once the document's root element opened */
-    uint32_t base64_line;     /* where the value that set the base64 mark */
-    uint32_t base64_column;   /* begins: its text's failure is told there */
 } GslxdvStateMachine;
 
 
@@ -158,8 +156,8 @@ void gslxdv1iInitSMachine(GslxdvStateMachine *machine);
 int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine);
 
 
-/* The value of the first attribute whose local name equals name ignoring
- * case; null when there is none. */
+/* The value of the first attribute whose local name equals name (lower-case
+ * ASCII) ignoring case; null when there is none. */
 const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name);
 
 #ifdef __cplusplus

@@ -5,6 +5,8 @@
 #define QUILLOMAT_DSML_READER_TABLE_H
 
 #include <cstdint>
+#include <iterator>
+#include <string_view>
 
 #include "dsml/reader_internal.h"
 
@@ -20,10 +22,10 @@ enum class Action : uint8_t {
 };
 
 struct Transition {
-  uint16_t state;       // current state
-  const char *element;  // element name, compared ignoring case
+  uint16_t state;            // current state
+  std::string_view element;  // element name in lower case, compared ignoring case
   Action action;
-  uint16_t next;        // state after the element opened
+  uint16_t next;             // state after the element opened
 };
 
 // A (state, element) pair that is not listed is skipped with its whole
@@ -52,6 +54,28 @@ inline constexpr Transition kTransitions[] = {
     {GSLXDV_STATE_ATTRIBUTE_TYPE, "ordering", Action::kNone, GSLXDV_STATE_ORDERING},
     {GSLXDV_STATE_ATTRIBUTE_TYPE, "substring", Action::kNone, GSLXDV_STATE_SUBSTRING},
 };
+
+// Where each state's rows start in kTransitions and how many there are: the
+// rows of one state stand together, so a look-up reads only those.
+struct StateRows {
+  uint8_t first;
+  uint8_t count;
+};
+inline constexpr uint16_t kTableStates = GSLXDV_STATE_SUBSTRING + 1;  // states with rows
+inline constexpr auto kStateRows = [] {
+  struct Rows {
+    StateRows of[kTableStates];
+  } rows{};
+  for (uint8_t i = 0; i < std::size(kTransitions); ++i) {
+    StateRows &r = rows.of[kTransitions[i].state];
+    if (r.count == 0) r.first = i;
+    // A row away from the others of its state would not be found: the
+    // constant expression fails to compile.
+    if (r.first + r.count != i) throw "the rows of a state must stand together";
+    ++r.count;
+  }
+  return rows;
+}();
 
 }  // namespace gslxdv
 

@@ -60,7 +60,8 @@ void PrintTo(const CauseCase &c, std::ostream *os) { *os << c.name; }
 class CauseTest : public CliTest, public ::testing::WithParamInterface<CauseCase> {};
 
 // The entry before the fault is written; the line names the element at
-// fault (line 3 is the second entry; undecodable text is told at its value).
+// fault (line 3 is the second entry; undecodable text is told at the end tag
+// of its value).
 TEST_P(CauseTest, NamesTheFileThePlaceAndTheCause) {
   dir_.write("doc.dsml", "<?xml version=\"1.0\"?>\n<dsml><directory-entries>" + entry("a") +
                              GetParam().document + "</directory-entries></dsml>\n");
@@ -86,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "delete\" (it would change the structure of the LDIF)"},
         CauseCase{"UndecodableBase64",
                   "<entry dn=\"cn=b\"><attr name=\"cn\">\n<value encoding=\"base64\">\n!!!!</value></attr></entry>",
-                  "doc.dsml:4:1: the base64 text of this value cannot be decoded"}),
+                  "doc.dsml:5:5: the base64 text of this value cannot be decoded"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // Failures before or outside the document's elements.
