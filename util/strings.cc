@@ -3,7 +3,8 @@
 // in util/strings.h.
 //
 // ASCII is handled byte by byte from constant tables; ICU is asked only about
-// characters outside ASCII (case folding, lower case, classes, digit values).
+// characters outside ASCII (case folding, lower case, classes, digit values),
+// and is loaded only when first asked (util/unicode.h).
 // The language service needs no per-thread scratch state for UTF-8, so the
 // calling thread's slot is never consulted.
 #include "util/strings.h"
@@ -23,6 +24,7 @@
 #include "core/owned.h"
 #include "core/lang.h"
 #include "core/memory.h"
+#include "util/unicode.h"
 
 namespace {
 
@@ -113,22 +115,24 @@ struct Char {
 
 // Punctuation in the C locale's sense: for characters beyond ASCII, ICU's
 // punctuation and symbol categories ($, +, <, ^, | are symbols to Unicode).
-[[nodiscard]] bool isPunctuationOrSymbol(UChar32 c) {
-  return u_ispunct(c) || (U_GET_GC_MASK(c) & U_GC_S_MASK) != 0;
+[[nodiscard]] bool isPunctuationOrSymbol(const gslu::UnicodeLibrary &u, UChar32 c) {
+  return u.ispunct(c) || (U_MASK(u.charType(c)) & U_GC_S_MASK) != 0;
 }
 
 // The bits of mask that the (non-ASCII) code point c has; ICU is asked only
-// about the classes in the mask.
+// about the classes in the mask. Without ICU it has none.
 [[nodiscard]] uint32_t classBits(UChar32 c, uint32_t mask) {
+  const gslu::UnicodeLibrary *u = gslu::unicodeLibrary();
+  if (u == nullptr) return 0;
   uint32_t bits = 0;
-  if ((mask & GSLUS_CLASS_UPPER) && u_isupper(c)) bits |= GSLUS_CLASS_UPPER;
-  if ((mask & GSLUS_CLASS_LOWER) && u_islower(c)) bits |= GSLUS_CLASS_LOWER;
-  if ((mask & GSLUS_CLASS_DIGIT) && u_isdigit(c)) bits |= GSLUS_CLASS_DIGIT;
-  if ((mask & GSLUS_CLASS_SPACE) && u_isspace(c)) bits |= GSLUS_CLASS_SPACE;
-  if ((mask & GSLUS_CLASS_PUNCT) && isPunctuationOrSymbol(c)) bits |= GSLUS_CLASS_PUNCT;
-  if ((mask & GSLUS_CLASS_XDIGIT) && u_isxdigit(c)) bits |= GSLUS_CLASS_XDIGIT;
-  if ((mask & GSLUS_CLASS_BLANK) && u_isblank(c)) bits |= GSLUS_CLASS_BLANK;
-  if ((mask & GSLUS_CLASS_LETTER) && u_isalpha(c)) bits |= GSLUS_CLASS_LETTER;
+  if ((mask & GSLUS_CLASS_UPPER) && u->isupper(c)) bits |= GSLUS_CLASS_UPPER;
+  if ((mask & GSLUS_CLASS_LOWER) && u->islower(c)) bits |= GSLUS_CLASS_LOWER;
+  if ((mask & GSLUS_CLASS_DIGIT) && u->isdigit(c)) bits |= GSLUS_CLASS_DIGIT;
+  if ((mask & GSLUS_CLASS_SPACE) && u->isspace(c)) bits |= GSLUS_CLASS_SPACE;
+  if ((mask & GSLUS_CLASS_PUNCT) && isPunctuationOrSymbol(*u, c)) bits |= GSLUS_CLASS_PUNCT;
+  if ((mask & GSLUS_CLASS_XDIGIT) && u->isxdigit(c)) bits |= GSLUS_CLASS_XDIGIT;
+  if ((mask & GSLUS_CLASS_BLANK) && u->isblank(c)) bits |= GSLUS_CLASS_BLANK;
+  if ((mask & GSLUS_CLASS_LETTER) && u->isalpha(c)) bits |= GSLUS_CLASS_LETTER;
   return bits;
 }
 
@@ -164,7 +168,8 @@ struct Char {
   const Char c = decodeAt(p, avail);
   *size = c.size;
   if (c.cp < 0) return kStrayKeyBase + b;  // stray bytes compare as themselves
-  return u_foldCase(c.cp, U_FOLD_CASE_DEFAULT);
+  const gslu::UnicodeLibrary *u = gslu::unicodeLibrary();
+  return u != nullptr ? u->foldCase(c.cp, U_FOLD_CASE_DEFAULT) : c.cp;
 }
 
 // Case-insensitive comparison of a and b, each up to its NUL or n bytes.
@@ -224,7 +229,8 @@ std::size_t writeLowerCase(const char *src, std::size_t len, char *out) {
     }
     const Char c = decodeAt(src + i, len - i);
     if (c.cp >= 0) {
-      const UChar32 lower = u_tolower(c.cp);
+      const gslu::UnicodeLibrary *u = gslu::unicodeLibrary();
+      const UChar32 lower = u != nullptr ? u->tolower(c.cp) : c.cp;
       if (static_cast<std::size_t>(U8_LENGTH(lower)) <= c.size) {
         U8_APPEND_UNSAFE(dst, o, lower);
         i += c.size;
@@ -249,7 +255,8 @@ std::size_t writeLowerCase(const char *src, std::size_t len, char *out) {
   }
   const Char c = decodeAt(p, avail);
   *size = c.size;
-  return c.cp < 0 ? -1 : u_charDigitValue(c.cp);
+  const gslu::UnicodeLibrary *u = gslu::unicodeLibrary();
+  return c.cp < 0 || u == nullptr ? -1 : u->charDigitValue(c.cp);
 }
 
 // The value of the hexadecimal digit character at p, or -1 (Latin and
@@ -264,7 +271,8 @@ std::size_t writeLowerCase(const char *src, std::size_t len, char *out) {
   }
   const Char c = decodeAt(p, avail);
   *size = c.size;
-  return c.cp < 0 ? -1 : u_digit(c.cp, 16);
+  const gslu::UnicodeLibrary *u = gslu::unicodeLibrary();
+  return c.cp < 0 || u == nullptr ? -1 : u->digit(c.cp, 16);
 }
 
 // A set of characters, for the searches and the tokenizer: ASCII members in
@@ -733,13 +741,18 @@ const char *gslusvUnicodeVersion(void) {
   // Filled once; the version cannot change while the process runs.
   static const struct Text {
     Text() {
+      const gslu::UnicodeLibrary *u = gslu::unicodeLibrary();
+      if (u == nullptr) {
+        std::snprintf(text, sizeof text, "ICU not loaded (%s)", gslu::unicodeLibraryError());
+        return;
+      }
       UVersionInfo version;
-      u_getVersion(version);
+      u->getVersion(version);
       char number[U_MAX_VERSION_STRING_LENGTH];
-      u_versionToString(version, number);
+      u->versionToString(version, number);
       std::snprintf(text, sizeof text, "ICU %s", number);
     }
-    char text[8 + U_MAX_VERSION_STRING_LENGTH];
+    char text[300];
   } kText;
   return kText.text;
 }

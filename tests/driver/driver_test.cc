@@ -203,7 +203,7 @@ TEST_F(DriverTest, AnAddressSpaceLimitNeverCostsAnEntrySilently) {
   ASSERT_EQ(full.status, 0);
   int successes = 0;
   int failures = 0;
-  for (rlim_t limit = 24u << 20; limit < (512u << 20) && successes < 8; limit += 512u << 10) {
+  for (rlim_t limit = 4u << 20; limit < (512u << 20) && successes < 8; limit += 512u << 10) {
     SCOPED_TRACE(testing::Message() << "limit " << (limit >> 10) << " KiB");
     const RunResult r = runQuillomat({doc, doc}, {.address_space = limit});
     if (r.status == 127) {

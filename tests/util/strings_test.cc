@@ -2,6 +2,7 @@
 // duplicate, case-insensitive comparison beyond ASCII, the character classes
 // and the walkers over multibyte text.
 #include "util/strings.h"
+#include "util/unicode.h"
 
 #include <gtest/gtest.h>
 
@@ -161,6 +162,21 @@ TEST_F(StringsTest, CharacterClasses) {
       {"\xFF", gslusibIsPrint, 0},                {"\xC3", gslusAIsLetter, 0},
   };
   for (const auto &c : cases) EXPECT_EQ(c.fn(nullptr, c.c), c.expected) << "'" << c.c << "'";
+}
+
+// ICU is loaded when a character beyond ASCII first needs it; without it
+// such characters have no case and no class, and ASCII is untouched.
+TEST_F(StringsTest, WithoutTheUnicodeLibraryOnlyAsciiHasCaseAndClass) {
+  gslu::unicodeLibraryReplaceForTesting(nullptr);
+  EXPECT_EQ(gslusicStrcasecmp(nullptr, "MD5", "md5"), 0);
+  EXPECT_NE(gslusicStrcasecmp(nullptr, "ÄÖÜ", "äöü"), 0);
+  EXPECT_EQ(gslusicStrcasecmp(nullptr, "äöü", "äöü"), 0);
+  EXPECT_EQ(gslusCIsUpper(nullptr, "Ä"), 0u);
+  EXPECT_EQ(gslusCIsUpper(nullptr, "A"), static_cast<uint32_t>(GSLUS_CLASS_UPPER));
+  EXPECT_EQ(take(gslussiStrcasedup(nullptr, "ÄB")), "Äb");
+  gslu::unicodeLibraryRestoreForTesting();
+  EXPECT_EQ(gslusicStrcasecmp(nullptr, "ÄÖÜ", "äöü"), 0);
+  EXPECT_NE(std::string(gslusvUnicodeVersion()).find("ICU "), std::string::npos);
 }
 
 TEST_F(StringsTest, IsAlphaAcceptsDigitsDeliberately) {
