@@ -2,6 +2,7 @@
 // element state machine of dsml/reader_table.h. Contracts in dsml/reader.h.
 #include "dsml/reader_internal.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -83,10 +84,37 @@ void moveTo(GslxdvStateMachine *m, uint16_t state) {
   xmlWantText(m->xml, state == GSLXDV_STATE_OC_VALUE || state == GSLXDV_STATE_VALUE);
 }
 
+// The pending text lives in a buffer the machine keeps from one value to the
+// next, so a value costs no allocation of its own; a buffer grown past this
+// size by a long value is given back once the value was taken.
+constexpr uint32_t kRetainedTextBytes = 64 * 1024;
+constexpr uint32_t kInitialTextBytes = 256;
+
+// Forgets the pending text; the buffer stays for the next.
+void dropText(GslxdvStateMachine *m) {
+  m->text_pending = 0;
+  m->text_length = 0;
+}
+
+// Gives the buffer back.
 void releaseText(GslxdvStateMachine *m) {
+  dropText(m);
   (void)gslumfFree(m->core_context, m->text);
   m->text = nullptr;
-  m->text_length = 0;
+  m->text_capacity = 0;
+}
+
+// Room for size bytes in the text buffer; its content is not kept.
+[[nodiscard]] bool reserveText(GslxdvStateMachine *m, uint32_t size) {
+  if (size <= m->text_capacity) return true;
+  const uint32_t grown = std::max({size, kInitialTextBytes,
+                                   m->text_capacity <= UINT32_MAX / 2 ? 2 * m->text_capacity : size});
+  char *block = static_cast<char *>(gslummMalloc(m->core_context, grown));
+  if (block == nullptr) return false;
+  (void)gslumfFree(m->core_context, m->text);
+  m->text = block;
+  m->text_capacity = grown;
+  return true;
 }
 
 // ---- Diagnostics ------------------------------------------------------------------
@@ -260,9 +288,10 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
 
 // Adds the pending text as a value; without text, a value of length 0.
 [[nodiscard]] int addValue(GslxdvStateMachine *m) {
-  const BERVal value{m->text_length, m->text};
+  const BERVal value{m->text_length, m->text_pending != 0 ? m->text : nullptr};
   if (gslcleabvAddAttrBValue(nullptr, m->attribute, &value) != GSLCLE_OK) return GSLXDV_FAILED;
-  releaseText(m);
+  dropText(m);
+  if (m->text_capacity > kRetainedTextBytes) releaseText(m);
   return GSLXDV_OK;
 }
 
@@ -290,6 +319,13 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
 }
 
 // ---- Text ---------------------------------------------------------------------------
+
+// Copies length bytes of text and a NUL. The copy stops at a NUL byte (and
+// pads with NULs), while the recorded length stays the full length.
+void copyText(gsluctx *core, char *to, const char *bytes, uint32_t length) {
+  (void)gslussnStrncpy(core, to, bytes, length);
+  to[length] = '\0';  // the base64 cleaner reads up to it
+}
 
 // Replaces the length bytes of base64 text in text by the bytes they encode
 // and stores their number in *length.
@@ -349,23 +385,29 @@ int characters(GslxdvStateMachine *m, const char *bytes, uint32_t length) {
   if (bytes == nullptr) return GSLXDV_NULL_ARG;
   // Each piece replaces the pending one: of a value given in several pieces
   // only the last is kept.
-  releaseText(m);
+  dropText(m);
   // Detect and prevent integer overflow: room for the NUL must fit 32 bits.
   if (length == UINT32_MAX) return GSLXDV_NO_MEMORY;
   gsluctx *core = m->core_context;
-  Owned<char> text(static_cast<char *>(gslummMalloc(core, length + 1)), ContextFree{core});
-  if (text == nullptr) return GSLXDV_NO_MEMORY;
-  // The copy stops at a NUL byte (and pads with NULs), while the recorded
-  // length stays the full length.
-  (void)gslussnStrncpy(core, text.get(), bytes, length);
-  text.get()[length] = '\0';  // the cleaner reads up to it
-  uint32_t text_length = length;
-  if (m->base64 != 0) {
+  if (m->base64 == 0) {
+    if (!reserveText(m, length + 1)) return GSLXDV_NO_MEMORY;
+    copyText(core, m->text, bytes, length);
+    m->text_length = length;
+  } else {
+    // Encoded text is decoded into a block of its own, which then becomes
+    // the buffer.
+    Owned<char> text(static_cast<char *>(gslummMalloc(core, length + 1)), ContextFree{core});
+    if (text == nullptr) return GSLXDV_NO_MEMORY;
+    copyText(core, text.get(), bytes, length);
+    uint32_t text_length = length;
     if (const int st = decodeBase64(core, text, &text_length); st != GSLXDV_OK) return st;
+    text.get()[text_length] = '\0';
+    releaseText(m);
+    m->text = text.release();
+    m->text_capacity = text_length + 1;
+    m->text_length = text_length;
   }
-  text.get()[text_length] = '\0';
-  m->text = text.release();
-  m->text_length = text_length;
+  m->text_pending = 1;
   // Deliberate: the mark is cleared after the first piece, so a later piece
   // of the same value is kept as it stands, undecoded.
   m->base64 = 0;
@@ -452,9 +494,8 @@ int sax_startDocument(void *machine) {
   m->skip_depth = 0;
   m->entry = nullptr;
   m->attribute = nullptr;
-  m->text = nullptr;
   m->skip_name = nullptr;
-  m->text_length = 0;
+  dropText(m);
   m->base64 = 0;
   m->depth = 0;
   m->reading = 1;

@@ -79,9 +79,13 @@ typedef struct GslxdvStateMachine {
     uint16_t reading;         /* 1 from the start of a document to its end
                                  or failure */
     gsluctx *core_context;    /* every allocation and release */
-    char *text;               /* the pending value's bytes, NUL-terminated;
-                                 null when none. Owned */
-    uint32_t text_length;     /* bytes in text, the NUL not counted */
+    char *text;               /* the text buffer, kept from one value to the
+                                 next within a document; null when none.
+                                 Owned */
+    uint32_t text_length;     /* bytes of pending text, the NUL not counted */
+    uint32_t text_capacity;   /* bytes the buffer holds */
+    uint16_t text_pending;    /* 1 when the buffer holds the pending value's
+                                 text (NUL-terminated) */
     uint16_t base64;          /* 1: the current value is base64 text */
     char *skip_name;          /* copy of the skipped element's name; null
                                  when not skipping. Owned */
