@@ -1,7 +1,9 @@
 // core/msgfile.cc - message catalogues: parsing, conversion, lookup.
 #include "core/msgfile.h"
 
+#include <dlfcn.h>
 #include <iconv.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,6 +32,34 @@ namespace {
 
 constexpr std::size_t kMaxTextBytes = 2047;  // a 2048-byte buffer and its NUL
 constexpr char kExecutableRelativeDir[] = "/../share/quillomat/mesg";
+// From the directory of the installed shared library to the catalogues; set
+// by the build from the installation layout.
+#ifndef QUILLOMAT_LIBRARY_MESG_RELDIR
+#define QUILLOMAT_LIBRARY_MESG_RELDIR "../share/quillomat/mesg"
+#endif
+constexpr char kLibraryRelativeDir[] = "/" QUILLOMAT_LIBRARY_MESG_RELDIR;
+
+// The directory part of path ("" when it has none).
+[[nodiscard]] std::string directoryOf(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string() : std::string(path.substr(0, slash));
+}
+
+[[nodiscard]] bool isDirectory(const std::string &path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// The catalogue directory beside the module (executable or shared library)
+// this code was loaded from; "" when the module cannot be found.
+[[nodiscard]] std::string moduleRelativeDirectory() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<void *>(&msgDefaultDirectory), &info) == 0 || info.dli_fname == nullptr) {
+    return {};
+  }
+  const std::string dir = directoryOf(info.dli_fname);
+  return dir.empty() ? std::string() : dir + kLibraryRelativeDir;
+}
 
 [[nodiscard]] std::string lineError(const std::string &path, std::size_t line, const char *what) {
   return path + ":" + std::to_string(line) + ": " + what;
@@ -174,10 +204,17 @@ std::string msgDefaultDirectory(const char *product) {
     char exe[4096];
     ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
     if (n <= 0) return {};
-    std::string_view path(exe, static_cast<std::size_t>(n));
-    std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos) return {};
-    return std::string(path.substr(0, slash)) + kExecutableRelativeDir;
+    const std::string dir = directoryOf(std::string_view(exe, static_cast<std::size_t>(n)));
+    if (dir.empty()) return {};
+    const std::string beside_program = dir + kExecutableRelativeDir;
+    // A program linked with libquillomat.so is installed anywhere: its
+    // catalogues are found beside the library instead.
+    if (!isDirectory(beside_program)) {
+      if (std::string beside_library = moduleRelativeDirectory(); isDirectory(beside_library)) {
+        return beside_library;
+      }
+    }
+    return beside_program;
   } catch (...) {
     return {};
   }

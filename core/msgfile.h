@@ -49,7 +49,10 @@ enum MessageNumber : uint32_t {
 
 // The runtime's default message directory: $VESTRA_HOME/<product>/mesg when
 // VESTRA_HOME is set, else ../share/quillomat/mesg next to the directory of
-// the running executable. Empty when neither can be found.
+// the running executable; when that directory does not exist and this code
+// runs from libquillomat.so, the catalogue directory of the installation
+// that library belongs to (share/quillomat/mesg). Empty when none can be
+// found.
 [[nodiscard]] std::string msgDefaultDirectory(const char *product);
 
 // Gives the handle its text buffer, then binds it for lookups.
