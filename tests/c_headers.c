@@ -1,4 +1,9 @@
 /* Every public header, compiled as C. */
+#include "ber/decode.h"
+#include "ber/encode.h"
+#include "ber/io.h"
+#include "ber/lber.h"
+#include "ber/ldap_export.h"
 #include "core/context.h"
 #include "core/convert.h"
 #include "core/memory.h"
