@@ -263,9 +263,9 @@ int32_t gsleenPBerPutSeqorset(gsluctx *ctx, gsleBerElement *ber) {
   return static_cast<int32_t>(total);
 }
 
-// ---- Format front end -------------------------------------------------------------
-
 }  // extern "C"
+
+// ---- Format front end ---------------------------------------------------------------
 
 namespace {
 

@@ -118,25 +118,6 @@ constexpr char kAllLetters[] = "{aOoBvVi}";
 const std::string kAllButInteger =
     "30 17  04 01 61  04 02 62 63  04 00  03 02 07 80  30 03 04 01 64  30 03 04 01 65";
 
-TEST(BerScanf, ReadsEveryAllocatingLetter) {
-  gsleBerElement *ber = reading("30 1a" + kAllButInteger.substr(5) + " 02 01 05");
-  Results r;
-  EXPECT_EQ(r.scan(ber, kAllLetters), 0x02u);
-  EXPECT_STREQ(r.text, "a");
-  EXPECT_EQ(std::string(r.value->bv_val, r.value->bv_len), "bc");
-  EXPECT_EQ(r.in_place.bv_len, 0u);
-  EXPECT_STREQ(r.in_place.bv_val, "");
-  EXPECT_EQ(r.bit_count, 1u);
-  EXPECT_EQ(static_cast<unsigned char>(r.bits[0]), 0x80);
-  EXPECT_STREQ(r.strings[0], "d");
-  EXPECT_EQ(r.strings[1], nullptr);
-  EXPECT_EQ(std::string(r.values[0]->bv_val, r.values[0]->bv_len), "e");
-  EXPECT_EQ(r.values[1], nullptr);
-  EXPECT_EQ(r.number, 5);
-  r.release();
-  gsleioGBerFree(nullptr, ber);
-}
-
 // When the last letter fails, everything the call had handed out is taken
 // back and its out-parameters are null again; the failure is traced with
 // the format, followed by a dump of what remained (nothing).
