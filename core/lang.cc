@@ -17,8 +17,13 @@
 // call when that variable is set; the leak checker must not blame that block
 // on this program. Only the sanitizer runtime calls this function.
 // Quietly: the program's standard error carries only its own messages.
-extern "C" const char *__lsan_default_suppressions() { return "leak:__argz_add_sep\n"; }
-extern "C" const char *__lsan_default_options() { return "print_suppressions=0"; }
+// Visible, although everything else is hidden: the runtime looks them up.
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions() {
+  return "leak:__argz_add_sep\n";
+}
+extern "C" __attribute__((visibility("default"))) const char *__lsan_default_options() {
+  return "print_suppressions=0";
+}
 #endif
 
 namespace gslu {

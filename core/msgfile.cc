@@ -7,6 +7,7 @@
 // exception.
 #include "core/msgfile.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <iconv.h>
 #include <sys/stat.h>
@@ -53,6 +54,12 @@ constexpr std::size_t kMaxTextBytes = 2047;  // a 2048-byte buffer and its NUL
 constexpr std::size_t kMaxFileBytes = 64u * 1024 * 1024;
 constexpr std::size_t kReadStep = 64 * 1024;
 constexpr char kExecutableRelativeDir[] = "/../share/quillomat/mesg";
+// From the directory of the installed shared library to the catalogues; set
+// by the build from the installation layout.
+#ifndef QUILLOMAT_LIBRARY_MESG_RELDIR
+#define QUILLOMAT_LIBRARY_MESG_RELDIR "../share/quillomat/mesg"
+#endif
+constexpr char kLibraryRelativeDir[] = "/" QUILLOMAT_LIBRARY_MESG_RELDIR;
 constexpr char kVestraHome[] = "VESTRA_HOME";
 
 __attribute__((format(printf, 2, 3))) void setWhy(MsgWhy *why, const char *format, ...) {
@@ -366,6 +373,23 @@ class Iconv {
 
 }  // namespace
 
+namespace {
+
+[[nodiscard]] bool isDirectory(const char *path) {
+  struct stat st {};
+  return ::stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// dir (the directory part of path, length bytes) and then tail, into out.
+[[nodiscard]] bool besidePath(std::string_view path, const char *tail, char *out, std::size_t size) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return false;
+  const int n = std::snprintf(out, size, "%.*s%s", static_cast<int>(slash), path.data(), tail);
+  return n > 0 && static_cast<std::size_t>(n) < size;
+}
+
+}  // namespace
+
 bool msgDefaultDirectory(const char *product, char *out, std::size_t size) {
   if (const char *home = std::getenv(kVestraHome); home != nullptr && home[0] != '\0') {
     const int n = std::snprintf(out, size, "%s/%s/mesg", home, product);
@@ -373,13 +397,21 @@ bool msgDefaultDirectory(const char *product, char *out, std::size_t size) {
   }
   char exe[PATH_MAX];
   const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
-  if (n <= 0) return false;
-  const std::string_view path(exe, static_cast<std::size_t>(n));
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos) return false;
-  const int written = std::snprintf(out, size, "%.*s%s", static_cast<int>(slash), exe,
-                                    kExecutableRelativeDir);
-  return written > 0 && static_cast<std::size_t>(written) < size;
+  if (n <= 0 || !besidePath(std::string_view(exe, static_cast<std::size_t>(n)), kExecutableRelativeDir,
+                            out, size)) {
+    return false;
+  }
+  if (isDirectory(out)) return true;
+  // A program linked with libquillomat.so may be installed anywhere: the
+  // catalogues are then those of the library's installation.
+  Dl_info info{};
+  char beside_library[PATH_MAX];
+  if (dladdr(reinterpret_cast<void *>(&msgDefaultDirectory), &info) != 0 && info.dli_fname != nullptr &&
+      besidePath(info.dli_fname, kLibraryRelativeDir, beside_library, sizeof beside_library) &&
+      isDirectory(beside_library)) {
+    return std::snprintf(out, size, "%s", beside_library) > 0;
+  }
+  return true;
 }
 
 bool msgOpen(MessageHandle *h, gsluctx *ctx, const char *dir, const char *facility,

@@ -60,8 +60,10 @@ struct MsgWhy {
 
 // The runtime's default message directory, into out (size bytes):
 // $VESTRA_HOME/<product>/mesg when VESTRA_HOME is set, else
-// ../share/quillomat/mesg next to the directory of the running executable.
-// False when neither can be found or the path does not fit.
+// ../share/quillomat/mesg next to the directory of the running executable;
+// when that directory does not exist and this code runs from
+// libquillomat.so, the catalogue directory of the installation the library
+// belongs to. False when none can be found or the path does not fit.
 [[nodiscard]] bool msgDefaultDirectory(const char *product, char *out, std::size_t size);
 
 // Gives the handle its text buffer, then binds it for lookups.

@@ -1,5 +1,10 @@
 /* Every public header, compiled together as C; tests/CMakeLists.txt also
  * compiles each one on its own as C11 with -pedantic. */
+#include "ber/decode.h"
+#include "ber/encode.h"
+#include "ber/io.h"
+#include "ber/lber.h"
+#include "ber/ldap_export.h"
 #include "core/context.h"
 #include "core/convert.h"
 #include "core/memory.h"
