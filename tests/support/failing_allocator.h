@@ -1,6 +1,6 @@
 // tests/support/failing_allocator.h - allocator hooks for tests: fail every
-// allocation once a budget is used up, count the blocks alive, and record
-// each reallocation's sizes.
+// allocation (zeroing ones included) once a budget is used up, count the
+// blocks alive, and record each reallocation's sizes.
 #ifndef QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
 #define QUILLOMAT_TESTS_FAILING_ALLOCATOR_H
 
@@ -28,7 +28,7 @@ struct FailingAllocator {
     budget = kUnlimited;
     live = 0;
     reallocations.clear();
-    (void)gslumsSetHooks(nullptr, allocate, nullptr, reallocate, release);
+    (void)gslumsSetHooks(nullptr, allocate, allocateZeroed, reallocate, release);
   }
   ~FailingAllocator() { (void)gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr); }
 
@@ -37,6 +37,12 @@ struct FailingAllocator {
     if (budget != kUnlimited) --budget;
     ++live;
     return std::malloc(size);
+  }
+  static void *allocateZeroed(gsluctx *, uint32_t count, uint32_t size) {
+    const uint64_t bytes = uint64_t{count} * size;
+    void *p = bytes <= UINT32_MAX ? allocate(nullptr, static_cast<uint32_t>(bytes)) : nullptr;
+    if (p != nullptr) std::memset(p, 0, bytes);
+    return p;
   }
   static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t oldsize) {
     reallocations.emplace_back(size, oldsize);
