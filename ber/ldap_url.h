@@ -1,6 +1,9 @@
 /*
- * ber/ldap_url.h - LDAP URLs of the directory client library, split into a
- * URL description record.
+ * ldap_url.h - LDAP URLs for directory clients, split into a URL
+ * description record: the conventional LDAP C API's URL calls, from
+ * libquillomat.
+ *
+ * Link with `cc ... $(pkg-config --cflags --libs quillomat)`.
  *
  * Accepted form (see ber/url.cc for the full grammar):
  *
@@ -30,12 +33,14 @@
  *         ldap_free_urldesc(lud);
  *     }
  *
- * This header compiles as C11 on its own.
+ * This header compiles as C11 on its own (with ldap_export.h beside it).
  */
 #ifndef QUILLOMAT_BER_LDAP_URL_H
 #define QUILLOMAT_BER_LDAP_URL_H
 
 #include <stdint.h>
+
+#include "ldap_export.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -83,18 +88,18 @@ typedef struct LDAPURLDesc {
 
 /* Splits url into a new record in *ludpp (null first, and on any failure).
  * Returns LDAP_URL_OK or one of the results above. */
-int ldap_url_parse(const char *url, LDAPURLDesc **ludpp);
+QUILLOMAT_EXPORT int ldap_url_parse(const char *url, LDAPURLDesc **ludpp);
 
 /* Releases a record of ldap_url_parse(); nothing for null. */
-void ldap_free_urldesc(LDAPURLDesc *ludp);
+QUILLOMAT_EXPORT void ldap_free_urldesc(LDAPURLDesc *ludp);
 
 /* 1 when url starts with an LDAP URL prefix ("<" and "URL:" allowed before
  * "ldap://" or "ldaps://"), else 0 (also for null). */
-int ldap_is_ldap_url(const char *url);
+QUILLOMAT_EXPORT int ldap_is_ldap_url(const char *url);
 
-int vsx_ldap_url_parse(const char *url, LDAPURLDesc **ludpp);
-void vsx_ldap_free_urldesc(LDAPURLDesc *ludp);
-int vsx_ldap_is_ldap_url(const char *url);
+QUILLOMAT_EXPORT int vsx_ldap_url_parse(const char *url, LDAPURLDesc **ludpp);
+QUILLOMAT_EXPORT void vsx_ldap_free_urldesc(LDAPURLDesc *ludp);
+QUILLOMAT_EXPORT int vsx_ldap_is_ldap_url(const char *url);
 
 #ifdef __cplusplus
 }
