@@ -13,8 +13,9 @@
 //                                               ; the host
 //   host      = *( any but "/" and ":" )        ; empty: no host
 //   port      = *( any but "/" )                ; read as a decimal number:
-//                                               ; white space, a sign, digits,
-//                                               ; the rest ignored; none: 0
+//                                               ; white space, a sign, digits
+//                                               ; (of any script), the rest
+//                                               ; ignored; none: 0
 //   dnpart    = dn [ "?" attrs [ "?" [ "?" ] scope [ "?" filter ] ] ]
 //   dn        = *( any but "?" )                ; empty: no DN
 //   attrs     = [ attr *( "," attr ) ]          ; empty: no attribute list
