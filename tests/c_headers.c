@@ -5,6 +5,8 @@
 #include "ber/io.h"
 #include "ber/lber.h"
 #include "ber/ldap_export.h"
+#include "ber/ldap_url.h"
+#include "ber/url.h"
 #include "core/context.h"
 #include "core/convert.h"
 #include "core/memory.h"

@@ -1,5 +1,7 @@
 /* A directory client built against the installed library: encodes a
- * request, reads it back, and prints "ok" when every value came back. */
+ * request, reads it back, splits an LDAP URL, and prints "ok" when every
+ * value came back. ldap_url.h comes first: it compiles on its own. */
+#include <ldap_url.h>
 #include <lber.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -22,7 +24,13 @@ int main(void) {
     char *dn = NULL;
     struct berval *password = NULL;
     const ber_tag_t last = ber_scanf(in, "{iTiaO}", &id, &request, &version, &dn, &password);
-    const int ok = last == 0x80 && id == 7 && request == 0x60 && version == 3 &&
+    LDAPURLDesc *url = NULL;
+    const int parsed = ldap_is_ldap_url("ldap://h:389/o=ex?cn?sub?(cn=a%20b)") &&
+                       vsx_ldap_url_parse("ldap://h:389/o=ex?cn?sub?(cn=a%20b)", &url) == LDAP_URL_OK &&
+                       url->lud_port == 389 && url->lud_scope == LDAP_SCOPE_SUBTREE &&
+                       strcmp(url->lud_attrs[0], "cn") == 0 && strcmp(url->lud_filter, "(cn=a b)") == 0;
+    ldap_free_urldesc(url);
+    const int ok = parsed && last == 0x80 && id == 7 && request == 0x60 && version == 3 &&
                    strcmp(dn, "cn=admin") == 0 && password->bv_len == 6 &&
                    memcmp(password->bv_val, "secret", 6) == 0;
     free(dn);
