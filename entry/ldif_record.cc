@@ -12,6 +12,7 @@
 #include "core/context_access.h"
 #include "core/memory.h"
 #include "core/owned.h"
+#include "entry/entry_internal.h"
 #include "entry/ldif_line_internal.h"
 
 namespace {
@@ -102,7 +103,7 @@ class SizeSink {
   // The attribute's name; a name gslclecnCheckAttrName refuses refuses the
   // whole record.
   [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
-    const int64_t n = gslu::ldif::checkedAttributeNameLength(a->name);
+    const int64_t n = gslu::entry::checkedNameLengthOf(a);
     if (n < 0) refused_ = true;
     const size_t length = n < 0 ? 0 : static_cast<size_t>(n);
     decisions_.keepLength(length);
@@ -227,7 +228,7 @@ void forEachAttribute(const LDAPEntry *entry, Fn fn) {
 [[nodiscard]] bool namesWritable(const LDAPEntry *entry) {
   bool writable = true;
   forEachAttribute(entry, [&](const LDAPAttribute *a) {
-    if (writable && gslu::ldif::checkedAttributeNameLength(a->name) < 0) writable = false;
+    if (writable && gslu::entry::checkedNameLengthOf(a) < 0) writable = false;
   });
   return writable;
 }
