@@ -174,9 +174,9 @@ constexpr std::array<uint8_t, 256> kTypeBytes = makeTypeBytes();
 // Lower case, and of different lengths.
 constexpr std::string_view kStructuralNames[] = {"dn", "changetype", "control"};
 
-// Whether the n bytes of name spell lower (lower-case letters only) in any
-// letter case: for such a letter l, (c | 0x20) == l holds for c = l and its
-// capital only.
+// Whether the first lower.size() bytes of name spell lower (lower-case
+// letters only) in any letter case: for such a letter l, (c | 0x20) == l
+// holds for c = l and its capital only.
 [[nodiscard]] bool equalsLowerName(const char *name, std::string_view lower) {
   for (size_t i = 0; i < lower.size(); ++i) {
     if ((name[i] | 0x20) != lower[i]) return false;
