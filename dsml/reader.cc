@@ -327,20 +327,13 @@ void copyText(gsluctx *core, char *to, const char *bytes, uint32_t length) {
   to[length] = '\0';  // the base64 cleaner reads up to it
 }
 
-// Replaces the length bytes of base64 text in text by the bytes they encode
-// and stores their number in *length.
-[[nodiscard]] int decodeBase64(gsluctx *core, Owned<char> &text, uint32_t *length) {
-  uint32_t clean_length = 0;
-  (void)gsluztvb64cln(text.get(), *length, &clean_length);
-  // Detect and prevent integer overflow: computed in 64 bits; for any 32-bit
-  // length the result stays below 2^32.
-  const uint64_t size = (uint64_t{clean_length} + 3) / 4 * 3 + 1;
-  Owned<char> out(static_cast<char *>(gslummMalloc(core, static_cast<uint32_t>(size))),
-                  ContextFree{core});
-  if (out == nullptr) return GSLXDV_NO_MEMORY;
-  const uint32_t decoded = gsluztvb64d(text.get(), clean_length, out.get());
+// Replaces the length bytes of base64 text at text by the bytes they encode,
+// NUL-terminated, and stores their number in *length. Decoded in place: the
+// bytes never outgrow the text they come from.
+[[nodiscard]] int decodeBase64(char *text, uint32_t *length) {
+  const uint32_t decoded = gsluztvb64dcln(text, *length, text);
   if (decoded == GSLUZTV_B64_MALFORMED) return GSLXDV_BAD_BASE64;
-  text = std::move(out);
+  text[decoded] = '\0';
   *length = decoded;
   return GSLXDV_OK;
 }
@@ -388,25 +381,13 @@ int characters(GslxdvStateMachine *m, const char *bytes, uint32_t length) {
   dropText(m);
   // Detect and prevent integer overflow: room for the NUL must fit 32 bits.
   if (length == UINT32_MAX) return GSLXDV_NO_MEMORY;
-  gsluctx *core = m->core_context;
-  if (m->base64 == 0) {
-    if (!reserveText(m, length + 1)) return GSLXDV_NO_MEMORY;
-    copyText(core, m->text, bytes, length);
-    m->text_length = length;
-  } else {
-    // Encoded text is decoded into a block of its own, which then becomes
-    // the buffer.
-    Owned<char> text(static_cast<char *>(gslummMalloc(core, length + 1)), ContextFree{core});
-    if (text == nullptr) return GSLXDV_NO_MEMORY;
-    copyText(core, text.get(), bytes, length);
-    uint32_t text_length = length;
-    if (const int st = decodeBase64(core, text, &text_length); st != GSLXDV_OK) return st;
-    text.get()[text_length] = '\0';
-    releaseText(m);
-    m->text = text.release();
-    m->text_capacity = text_length + 1;
-    m->text_length = text_length;
+  if (!reserveText(m, length + 1)) return GSLXDV_NO_MEMORY;
+  copyText(m->core_context, m->text, bytes, length);
+  uint32_t text_length = length;
+  if (m->base64 != 0) {
+    if (const int st = decodeBase64(m->text, &text_length); st != GSLXDV_OK) return st;
   }
+  m->text_length = text_length;
   m->text_pending = 1;
   // Deliberate: the mark is cleared after the first piece, so a later piece
   // of the same value is kept as it stands, undecoded.

@@ -6,20 +6,26 @@
 #include "entry/base64.h"
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+
+#include "entry/base64_internal.h"
 
 namespace {
 
-constexpr char kAlphabet[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr char kPad = '=';
-constexpr char kNewline = '\n';
+using gslu::b64::groupBits;
+using gslu::b64::kAlphabet;
+using gslu::b64::kBitsPerDigit;
+using gslu::b64::kBytesPerGroup;
+using gslu::b64::kDigitMask;
+using gslu::b64::kDigitsPerGroup;
+using gslu::b64::kPad;
+using gslu::b64::writeDigits;
+using gslu::b64::writePartialGroup;
 
-constexpr int kDigitsPerGroup = 4;
-constexpr int kBytesPerGroup = 3;
-constexpr int kBitsPerDigit = 6;
-constexpr uint32_t kDigitMask = 0x3f;
+constexpr char kNewline = '\n';
 
 // Class of every byte: its digit value (0-63), or one of these two marks.
 constexpr uint8_t kPadClass = 0x40;
@@ -37,53 +43,16 @@ constexpr std::array<uint8_t, 256> makeByteClasses() {
 
 constexpr std::array<uint8_t, 256> kByteClass = makeByteClasses();
 
-static_assert(sizeof kAlphabet == 65, "64 digits and the terminator");
 static_assert(kByteClass['A'] == 0 && kByteClass['a'] == 26 &&
               kByteClass['0'] == 52 && kByteClass['+'] == 62 &&
               kByteClass['/'] == 63 && kByteClass['='] == kPadClass &&
               kByteClass['\n'] == kJunkClass);
 
-uint8_t byteClass(char c) { return kByteClass[static_cast<unsigned char>(c)]; }
-bool isDigit(uint8_t cls) { return cls < kPadClass; }
-bool isJunk(uint8_t cls) { return cls == kJunkClass; }
+constexpr uint8_t byteClass(char c) { return kByteClass[static_cast<unsigned char>(c)]; }
+constexpr bool isDigit(uint8_t cls) { return cls < kPadClass; }
+constexpr bool isJunk(uint8_t cls) { return cls == kJunkClass; }
 
 // ---------------------------------------------------------------- encoder
-
-// Every pair of digits for a 12-bit value, so a group of four digits takes
-// two lookups.
-constexpr int kPairBits = 2 * kBitsPerDigit;
-constexpr std::array<std::array<char, 2>, 1 << kPairBits> makeDigitPairs() {
-    std::array<std::array<char, 2>, 1 << kPairBits> pairs{};
-    for (uint32_t v = 0; v < pairs.size(); ++v) {
-        pairs[v] = {kAlphabet[v >> kBitsPerDigit], kAlphabet[v & kDigitMask]};
-    }
-    return pairs;
-}
-constexpr auto kDigitPairs = makeDigitPairs();
-
-// Writes the four digits of the 24-bit value, most significant six bits
-// first.
-void writeDigits(uint32_t bits, char* out) {
-    constexpr uint32_t kPairMask = (1u << kPairBits) - 1;
-    const auto& high = kDigitPairs[(bits >> kPairBits) & kPairMask];
-    const auto& low = kDigitPairs[bits & kPairMask];
-    out[0] = high[0];
-    out[1] = high[1];
-    out[2] = low[0];
-    out[3] = low[1];
-}
-
-uint32_t groupBits(const uint8_t* in) {
-    return (uint32_t{in[0]} << 16) | (uint32_t{in[1]} << 8) | in[2];
-}
-
-// Writes the final group of one or two bytes as digits and "=" padding.
-void writePartialGroup(const uint8_t* in, uint32_t remainder, char* out) {
-    const uint8_t padded[kBytesPerGroup] = {in[0], remainder == 2 ? in[1] : uint8_t{0}, 0};
-    writeDigits(groupBits(padded), out);
-    out[3] = kPad;
-    if (remainder == 1) out[2] = kPad;
-}
 
 // Exact number of characters gsluztvb64ecr writes for length bytes, in 64
 // bits, so callers can refuse output whose count would not fit in 32.
@@ -263,6 +232,160 @@ extern "C" uint32_t gsluztvb64d(const char* text, uint32_t length, void* out) {
         decoded += kBytesPerGroup;
     }
     return decoded;
+}
+
+// ------------------------------------------------ cleaning decoder
+
+namespace {
+
+// Digit values already shifted to their place in a group's 24 bits, one
+// table per place. Every other byte has bits above the 24 set, so the OR of
+// a group's four lookups is its bits when all four are digits and larger
+// than any group's bits otherwise.
+constexpr uint32_t kGroupBitsMax = 0x00ffffff;
+constexpr uint32_t kNotPlaced = 0xff000000;
+
+constexpr std::array<uint32_t, 256> makePlacedDigits(int place) {
+    std::array<uint32_t, 256> placed{};
+    for (int c = 0; c < 256; ++c) {
+        const uint8_t cls = kByteClass[c];
+        const int shift = kBitsPerDigit * (kDigitsPerGroup - 1 - place);
+        placed[c] = isDigit(cls) ? uint32_t{cls} << shift : kNotPlaced;
+    }
+    return placed;
+}
+
+constexpr std::array<std::array<uint32_t, 256>, kDigitsPerGroup> kPlacedDigits = {
+    makePlacedDigits(0), makePlacedDigits(1), makePlacedDigits(2), makePlacedDigits(3)};
+
+static_assert(kPlacedDigits[0]['B'] == 1u << 18 && kPlacedDigits[3]['/'] == 63 &&
+              kPlacedDigits[1]['='] > kGroupBitsMax && kPlacedDigits[2]['\0'] > kGroupBitsMax);
+
+// Reads text as the cleaner would leave it: its digits and "=" up to the
+// first NUL or the end, group by group. Writes go to out, which may be the
+// text itself: a group is read whole before its bytes are written, and
+// three bytes out never pass the four characters in.
+class CleaningDecoder {
+public:
+    CleaningDecoder(const char* text, uint32_t length, uint8_t* out)
+        : pos_(reinterpret_cast<const unsigned char*>(text)), end_(pos_ + length), out_(out),
+          first_(out) {}
+
+    uint32_t run() {
+        for (;;) {
+            const unsigned char* before = pos_;
+            decodePlainGroups();
+            skipJunk();
+            if (pos_ != before) continue;  // the plain groups may go on
+            char group[kDigitsPerGroup];
+            const uint32_t got = nextGroup(group);
+            if (got == 0) return decoded();  // 0, malformed, when nothing was
+            // Unpadded or truncated text ends inside a group.
+            if (got < kDigitsPerGroup) return GSLUZTV_B64_MALFORMED;
+            if (group[3] == kPad) return finalGroup(group);
+            // "=" inside a group that is not padded reads as the digit 0, as
+            // in gsluztvb64d.
+            uint32_t bits = 0;
+            for (char c : group) bits = (bits << kBitsPerDigit) | (byteClass(c) & kDigitMask);
+            put(bits);
+        }
+    }
+
+private:
+    [[nodiscard]] uint32_t decoded() const { return static_cast<uint32_t>(out_ - first_); }
+
+    void put(uint32_t bits) {
+        out_[0] = static_cast<uint8_t>(bits >> 16);
+        out_[1] = static_cast<uint8_t>(bits >> 8);
+        out_[2] = static_cast<uint8_t>(bits);
+        out_ += kBytesPerGroup;
+    }
+
+    // The 24 bits of the four digits at p, or more than kGroupBitsMax when
+    // they are not four digits.
+    [[nodiscard]] static uint32_t plainGroupBits(const unsigned char* p) {
+        return kPlacedDigits[0][p[0]] | kPlacedDigits[1][p[1]] | kPlacedDigits[2][p[2]] |
+               kPlacedDigits[3][p[3]];
+    }
+
+    // The common case: groups of four digits in a row, one lookup each.
+    // While another group's worth of text follows, a group's three bytes
+    // are stored as one four-byte word: its fourth byte, overwritten by the
+    // next group, stays within out (three bytes for every four characters)
+    // and, decoding in place, falls on a character already read. Works on
+    // locals: a store through the byte pointer could otherwise alias the
+    // members and force them to be read again after every group.
+    void decodePlainGroups() {
+        const unsigned char* p = pos_;
+        const unsigned char* const end = end_;
+        uint8_t* o = out_;
+        // Every group but the last whole one, counted once.
+        for (ptrdiff_t n = (end - p) / kDigitsPerGroup - 1; n > 0;
+             --n, p += kDigitsPerGroup, o += kBytesPerGroup) {
+            const uint32_t bits = plainGroupBits(p);
+            if (bits > kGroupBitsMax) break;
+            uint32_t word = bits << 8;  // the three bytes first, big-endian
+            if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap32(word);
+            std::memcpy(o, &word, sizeof word);
+        }
+        for (; end - p >= kDigitsPerGroup; p += kDigitsPerGroup, o += kBytesPerGroup) {
+            const uint32_t bits = plainGroupBits(p);
+            if (bits > kGroupBitsMax) break;
+            o[0] = static_cast<uint8_t>(bits >> 16);
+            o[1] = static_cast<uint8_t>(bits >> 8);
+            o[2] = static_cast<uint8_t>(bits);
+        }
+        pos_ = p;
+        out_ = o;
+    }
+
+    // The text ends at its first NUL, where the cleaner's copy ends.
+    [[nodiscard]] bool atNul() {
+        if (*pos_ != '\0') return false;
+        end_ = pos_;
+        return true;
+    }
+
+    // Characters between groups that are neither digits nor "=".
+    void skipJunk() {
+        while (pos_ != end_ && isJunk(byteClass(static_cast<char>(*pos_))) && !atNul()) ++pos_;
+    }
+
+    // The next up to four digits or "=", other characters skipped; how many.
+    [[nodiscard]] uint32_t nextGroup(char (&group)[kDigitsPerGroup]) {
+        uint32_t got = 0;
+        while (got < kDigitsPerGroup && pos_ != end_ && !atNul()) {
+            const char c = static_cast<char>(*pos_++);
+            if (!isJunk(byteClass(c))) group[got++] = c;
+        }
+        return got;
+    }
+
+    // A group ending in "=" ends the data: "xx==" gives one byte, "xxx="
+    // two, and an invalid digit among the others fails the whole text.
+    [[nodiscard]] uint32_t finalGroup(const char (&group)[kDigitsPerGroup]) {
+        const uint32_t count = group[2] == kPad ? 1 : 2;
+        uint32_t bits = 0;
+        for (uint32_t i = 0; i < kDigitsPerGroup; ++i) {
+            const uint8_t cls = byteClass(group[i]);
+            if (i <= count && !isDigit(cls)) return GSLUZTV_B64_MALFORMED;
+            bits = (bits << kBitsPerDigit) | (cls & kDigitMask);
+        }
+        for (uint32_t i = 0; i < count; ++i) out_[i] = static_cast<uint8_t>(bits >> (16 - 8 * i));
+        return decoded() + count;
+    }
+
+    const unsigned char* pos_;
+    const unsigned char* end_;
+    uint8_t* out_;
+    uint8_t* const first_;
+};
+
+}  // namespace
+
+extern "C" uint32_t gsluztvb64dcln(const char* text, uint32_t length, void* out) {
+    if (text == nullptr || out == nullptr) return GSLUZTV_B64_MALFORMED;
+    return CleaningDecoder(text, length, static_cast<uint8_t*>(out)).run();
 }
 
 // ---------------------------------------------------------- helpers

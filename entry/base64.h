@@ -81,6 +81,17 @@ uint32_t gsluztvb64en(const void *in, uint32_t length, char *out);
  * A null text or out returns 0. */
 uint32_t gsluztvb64d(const char *text, uint32_t length, void *out);
 
+/* What gsluztvb64cln followed by gsluztvb64d on the cleaned text gives, in
+ * one pass and without changing text: decodes the base64 digits and "="
+ * among the first length characters of text, or those before its first NUL
+ * when one comes sooner, skipping every other character, and returns the
+ * number of bytes written (0 for malformed text or text that decodes to
+ * nothing). So the reader need not write a cleaned copy before decoding.
+ * out must hold gsluztvb64gol(length, 2) bytes and may be text itself:
+ * decoding in place writes no byte before reading the text it replaces.
+ * Nothing is read outside text[0, length). A null text or out returns 0. */
+uint32_t gsluztvb64dcln(const char *text, uint32_t length, void *out);
+
 /* Size of the buffer the codec needs for length bytes or characters:
  *   mode 1 (encoding): length / 3 + length + length / 64 + 4,
  *   mode 2 (decoding): length * 3 / 4,
@@ -89,7 +100,7 @@ uint32_t gsluztvb64d(const char *text, uint32_t length, void *out);
  * the caller checks the result against what its allocator takes.
  * Mode 1 covers gsluztvb64e, and gsluztvb64ecr with line_groups 0 or 64 or
  * more, for every length; it does not cover gsluztvb64en or line_groups 1
- * to 63. Mode 2 covers gsluztvb64d. */
+ * to 63. Mode 2 covers gsluztvb64d and gsluztvb64dcln. */
 uint64_t gsluztvb64gol(uint32_t length, int mode);
 
 /* Stores the value of base64 digit c in *value ("A"-"Z" 0-25, "a"-"z"

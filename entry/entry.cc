@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <cstring>
 
-#include "core/owned.h"
 #include "core/memory.h"
+#include "core/owned.h"
+#include "entry/entry_internal.h"
+#include "entry/ldif_line_internal.h"
 #include "util/strings.h"
 
 namespace {
@@ -23,8 +25,36 @@ template <class T>
   return Owned<T>(static_cast<T *>(gslummMalloc(core, sizeof(T))), ContextFree{core});
 }
 
-[[nodiscard]] Owned<char> copyOf(gsluctx *core, const char *s) {
-  return Owned<char>(gslussdStrdup(core, s), ContextFree{core});
+// A block for one T followed by tail bytes, or null, so that what the
+// record owns and never gives away (an attribute's name, an entry's DN, a
+// stored value's bytes) needs no block of its own.
+template <class T>
+[[nodiscard]] Owned<T> allocateRecordWithTail(gsluctx *core, uint64_t tail) {
+  // Detect and prevent integer overflow: the block must fit a 32-bit size.
+  if (tail > kMaxBlock - sizeof(T)) return Owned<T>(nullptr, ContextFree{core});
+  const auto size = static_cast<uint32_t>(sizeof(T) + tail);
+  return Owned<T>(static_cast<T *>(gslummMalloc(core, size)), ContextFree{core});
+}
+
+// The bytes after a record made by allocateRecordWithTail.
+template <class T>
+[[nodiscard]] char *tailOf(T *record) {
+  return reinterpret_cast<char *>(record + 1);
+}
+
+// An attribute's block holds the verdict on its name between the record and
+// the name (entry_internal.h).
+constexpr size_t kVerdictSize = sizeof(int64_t);
+
+[[nodiscard]] char *nameBehind(LDAPAttribute *attribute) { return tailOf(attribute) + kVerdictSize; }
+
+// Copies the NUL-terminated s of `length` bytes behind record and returns
+// the copy.
+template <class T>
+char *copyBehind(T *record, const char *s, size_t length) {
+  char *copy = tailOf(record);
+  std::memcpy(copy, s, length + 1);
+  return copy;
 }
 
 [[nodiscard]] bool isEntryChangeType(int t) {
@@ -39,6 +69,24 @@ template <class T>
 [[nodiscard]] bool isModrdn(const LDAPEntry *entry) {
   return entry->change_type == GSLCLE_CHANGE_MODRDN;
 }
+
+// A value as a kind-128 attribute stores it: the BERVal and its bytes in
+// one block, which only the attribute frees. Like gslcleBERValNEW, a null or
+// empty source gives length 0 and null bytes.
+[[nodiscard]] BERVal *newStoredValue(gsluctx *core, const BERVal *value) {
+  const size_t length = value->bytes != nullptr ? value->length : 0;
+  Owned<BERVal> record = allocateRecordWithTail<BERVal>(core, length);
+  if (record == nullptr) return nullptr;
+  *record = BERVal{0, nullptr};
+  if (length != 0) {
+    std::memcpy(tailOf(record.get()), value->bytes, length);
+    record->length = length;
+    record->bytes = tailOf(record.get());
+  }
+  return record.release();
+}
+
+void freeStoredValue(gsluctx *core, BERVal *value) { (void)gslumfFree(core, value); }
 
 void freeBerval(gsluctx *core, BERVal *value) {
   if (value == nullptr) return;
@@ -154,6 +202,19 @@ int releaseAttribute(gsluctx *core, void *attribute) {
 
 }  // namespace
 
+namespace gslu::entry {
+
+int64_t checkedNameLengthOf(const LDAPAttribute *attribute) {
+  // A name that is not the copy made at creation is checked as it stands.
+  auto *record = const_cast<LDAPAttribute *>(attribute);
+  if (attribute->name != nameBehind(record)) return ldif::checkedAttributeNameLength(attribute->name);
+  int64_t checked = 0;
+  std::memcpy(&checked, tailOf(record), kVerdictSize);
+  return checked;
+}
+
+}  // namespace gslu::entry
+
 extern "C" {
 
 // ---- Entry operations ---------------------------------------------------------
@@ -163,11 +224,11 @@ int gslcleceCreateLDAPEntry(const gslcClientHandle *ctx, const char *dn, LDAPEnt
   if (core == nullptr) return GSLCLE_NO_CONTEXT;
   if (dn == nullptr || entry == nullptr) return GSLCLE_NULL_ARG;
   *entry = nullptr;
-  Owned<LDAPEntry> record = allocateRecord<LDAPEntry>(core);
-  Owned<char> dn_copy = copyOf(core, dn);
-  if (record == nullptr || dn_copy == nullptr) return GSLCLE_NO_MEMORY;
+  const size_t dn_length = std::strlen(dn);
+  Owned<LDAPEntry> record = allocateRecordWithTail<LDAPEntry>(core, uint64_t{dn_length} + 1);
+  if (record == nullptr) return GSLCLE_NO_MEMORY;
   *record = LDAPEntry{};
-  record->dn = dn_copy.release();
+  record->dn = copyBehind(record.get(), dn, dn_length);
   record->change_type = GSLCLE_CHANGE_ADD;
   *entry = record.release();
   return GSLCLE_OK;
@@ -177,7 +238,7 @@ int gslcledeDestroyLDAPEntry(const gslcClientHandle *ctx, LDAPEntry *entry) {
   gsluctx *core = gslccx_Getgsluctx(ctx);
   if (core == nullptr) return GSLCLE_NO_CONTEXT;
   if (entry == nullptr) return GSLCLE_NULL_ARG;
-  (void)gslumfFree(core, entry->dn);
+  // The DN lives in the entry's own block.
   if (entry->attributes != nullptr) {
     (void)gslulsdDestroySList(core, entry->attributes, releaseAttribute);
   }
@@ -317,11 +378,17 @@ int gslcleclaCreateLDAPAttribute(const gslcClientHandle *ctx, const char *name, 
   const auto kind = static_cast<uint8_t>(value_kind & 0xff);
   if (kind != GSLCLE_VALUES_TEXT && kind != GSLCLE_VALUES_BINARY) return GSLCLE_BAD_VALUE_KIND;
   if (name[0] == '\0') return GSLCLE_EMPTY_NAME;
-  Owned<LDAPAttribute> record = allocateRecord<LDAPAttribute>(core);
-  Owned<char> name_copy = copyOf(core, name);
-  if (record == nullptr || name_copy == nullptr) return GSLCLE_NO_MEMORY;
+  // The verdict on the name for LDIF is taken here, once (entry_internal.h);
+  // it also gives the length of every name a record may bear.
+  const int64_t checked = gslu::ldif::checkedAttributeNameLength(name);
+  const size_t name_length = checked >= 0 ? static_cast<size_t>(checked) : std::strlen(name);
+  Owned<LDAPAttribute> record =
+      allocateRecordWithTail<LDAPAttribute>(core, kVerdictSize + uint64_t{name_length} + 1);
+  if (record == nullptr) return GSLCLE_NO_MEMORY;
   *record = LDAPAttribute{};
-  record->name = name_copy.release();
+  std::memcpy(tailOf(record.get()), &checked, kVerdictSize);
+  record->name = nameBehind(record.get());
+  std::memcpy(record->name, name, name_length + 1);
   record->value_kind = kind;
   record->change_type = GSLCLE_ATTR_ADD;
   *attribute = record.release();
@@ -336,14 +403,9 @@ int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute) {
   gsluctx *g = gslu::resolveContext(core);
   if (g == nullptr) return GSLCLE_NO_CORE;
   if (attribute == nullptr) return GSLCLE_NULL_ARG;
-  (void)gslumfFree(g, attribute->name);
-  for (uint32_t i = 0; i < attribute->count; ++i) {
-    if (attribute->value_kind == GSLCLE_VALUES_BINARY) {
-      freeBerval(g, static_cast<BERVal *>(attribute->values[i]));
-    } else {
-      (void)gslumfFree(g, attribute->values[i]);
-    }
-  }
+  // Each value is one block, whatever its kind; the name lives in the
+  // attribute's own block.
+  for (uint32_t i = 0; i < attribute->count; ++i) (void)gslumfFree(g, attribute->values[i]);
   (void)gslumfFree(g, attribute->values);
   (void)gslumfFree(g, attribute);
   return GSLCLE_OK;
@@ -360,7 +422,7 @@ int gslcleabvAddAttrBValue(const gslcClientHandle *ctx, LDAPAttribute *attribute
                            const BERVal *value) {
   return addCopiedValue<BERVal>(
       ctx, attribute, value, GSLCLE_VALUES_BINARY,
-      [ctx, value](gsluctx *) { return gslcleBERValDUP(ctx, value); }, freeBerval);
+      [value](gsluctx *core) { return newStoredValue(core, value); }, freeStoredValue);
 }
 
 int gslclegatnGetAttrName(const gslcClientHandle *ctx, const LDAPAttribute *attribute,

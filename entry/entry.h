@@ -12,7 +12,9 @@
  *      (GSLCLE_NULL_ARG, 9), then the operation's preconditions.
  *   3. "Copy" means a fresh NUL-terminated copy made with gslussdStrdup()
  *      that the receiver owns and frees with gslumfFree(). Every block comes
- *      from the core context's allocator (core/memory.h).
+ *      from the core context's allocator (core/memory.h). What a record
+ *      owns and never hands out shares the record's block: an entry's DN,
+ *      an attribute's name, and a counted value's bytes with its BERVal.
  *   4. Out-parameters are cleared first (null or 0) once the arguments have
  *      passed the null checks, so on failure they hold nothing to free.
  *   5. Ownership: an entry owns its DN, its rename strings, its attribute
@@ -23,7 +25,8 @@
  * Values: an attribute's value kind is fixed at creation. Kind
  * GSLCLE_VALUES_TEXT keeps NUL-terminated strings; kind GSLCLE_VALUES_BINARY
  * keeps counted byte strings (BERVal), which may hold any byte, NUL
- * included. The values array grows in steps of GSLCLE_VALUES_STEP slots:
+ * included; each is stored as one block, its bytes after the BERVal (so it
+ * is freed with the attribute, never by itself). The values array grows in steps of GSLCLE_VALUES_STEP slots:
  * when a value is added while the count is a multiple of five (0 included)
  * the array is reallocated to count + 5 slots, the old size (count slots)
  * being passed to the reallocation.
@@ -222,10 +225,9 @@ int gslcleclaCreateLDAPAttribute(const gslcClientHandle *ctx, const char *name, 
 /* Frees the attribute: gslcledaDestLDAPAttr with the handle's core context. */
 void gslcledaDestroyLDAPAttribute(const gslcClientHandle *ctx, LDAPAttribute *attribute);
 
-/* Frees the attribute's name, every value (a BERVal's bytes, then the
- * BERVal), the values array and the record. core null: the process-wide
- * context. 10 when there is no core context, 9 for a null attribute. Must
- * not be used on an attribute that an entry owns. */
+/* Frees every value, the values array and the record with its name. core
+ * null: the process-wide context. 10 when there is no core context, 9 for a
+ * null attribute. Must not be used on an attribute that an entry owns. */
 int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute);
 
 /* Appends a copy of value to a kind-0 attribute (else 2). 9 for a null
@@ -234,9 +236,11 @@ int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute);
 int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
                          const char *value);
 
-/* Appends gslcleBERValDUP(value) to a kind-128 attribute (else 2). 9 for a
- * null argument, 5 when the copy or the grown array cannot be allocated
- * (the attribute is then unchanged). */
+/* Appends a copy of value to a kind-128 attribute (else 2): the same length
+ * and bytes as gslcleBERValDUP(value) gives (length 0 and null bytes for a
+ * null or empty source), stored as one block. 9 for a null argument, 5 when
+ * the copy or the grown array cannot be allocated (the attribute is then
+ * unchanged). */
 int gslcleabvAddAttrBValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
                            const BERVal *value);
 

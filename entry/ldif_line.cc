@@ -4,13 +4,14 @@
 #include "entry/ldif_line_internal.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "core/context_access.h"
 #include "core/convert.h"
 #include "core/memory.h"
 #include "core/output.h"
-#include "entry/base64.h"
+#include "entry/base64_internal.h"
 #include "util/strings.h"
 
 namespace gslu::ldif {
@@ -42,101 +43,213 @@ constexpr const char *kBinaryTypes[] = {
 
 [[nodiscard]] constexpr bool isPrintableAscii(unsigned char c) { return c >= 0x20 && c <= 0x7e; }
 
-struct Form {
-  bool base64;
-  uint32_t shown;  // plain form: bytes written before any NUL
-};
-
-// Length of the run of printable ASCII at the start of v. Eight bytes are
-// tested at a time: whether any byte is below 0x20, or is 0x7f or above.
-[[nodiscard]] uint32_t printablePrefix(const unsigned char *v, uint32_t n) {
+// Whether the eight bytes at v are all printable ASCII: none below 0x20,
+// none 0x7f or above.
+[[nodiscard]] bool isPrintableWord(const unsigned char *v) {
   constexpr uint64_t kOnes = 0x0101010101010101ULL;
   constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+  uint64_t w;
+  std::memcpy(&w, v, sizeof w);
+  const uint64_t below_space = (w - kOnes * 0x20) & ~w & kHighBits;
+  const uint64_t delete_or_above = ((w + kOnes) | w) & kHighBits;
+  return (below_space | delete_or_above) == 0;
+}
+
+// Length of the run of printable ASCII at the start of v, eight bytes at a
+// time. The last eight bytes of a value of eight or more are tested as one
+// word too (overlapping the words before), so a printable value is told
+// without a byte loop.
+[[nodiscard]] uint32_t printablePrefix(const unsigned char *v, uint32_t n) {
+  constexpr uint32_t kWord = sizeof(uint64_t);
   uint32_t i = 0;
-  for (; n - i >= sizeof(uint64_t); i += sizeof(uint64_t)) {
-    uint64_t w;
-    std::memcpy(&w, v + i, sizeof w);
-    const uint64_t below_space = (w - kOnes * 0x20) & ~w & kHighBits;
-    const uint64_t delete_or_above = ((w + kOnes) | w) & kHighBits;
-    if ((below_space | delete_or_above) != 0) break;
+  for (; n - i >= kWord; i += kWord) {
+    if (!isPrintableWord(v + i)) break;
   }
+  if (i != n && n - i < kWord && n >= kWord && isPrintableWord(v + n - kWord)) return n;
   while (i < n && isPrintableAscii(v[i])) ++i;
   return i;
 }
 
-// The plain-or-base64 decision, by the value's bytes. A value that is not
-// plain ASCII cannot be plain, so characters never need decoding here.
-[[nodiscard]] Form chooseForm(const unsigned char *v, uint32_t n) {
-  if (n == 0) return {false, 0};
-  if (v[0] == '\0' || v[0] == ':' || isAsciiSpace(v[0])) return {true, 0};
-  const uint32_t run = printablePrefix(v, n);
-  if (run == n) return {false, n};
-  // Deliberate: a NUL ends a plain value; what follows it is dropped.
-  if (v[run] == '\0') return {false, run};
-  return {true, 0};
+// Digits or characters that still fit on the line at column `column`
+// before a fold.
+[[nodiscard]] constexpr size_t roomAt(size_t column) {
+  return column > kFoldColumn ? 0 : kFoldColumn + 1 - column;
 }
 
 // Number of continuation lines needed to write n characters starting at
 // column `column`.
 [[nodiscard]] size_t foldsFor(size_t column, uint64_t n) {
-  const size_t first = column > kFoldColumn ? 0 : kFoldColumn + 1 - column;
+  const size_t first = roomAt(column);
   if (n <= first) return 0;
   return static_cast<size_t>((n - first + kFoldColumn - 1) / kFoldColumn);
 }
 
 // Copies n characters, folding as the column counter demands; returns the
-// end of the output and leaves the counter after the last character.
-char *writeFolded(char *out, size_t *column, const char *src, size_t n) {
-  while (n > 0) {
-    if (*column > kFoldColumn) {
+// end of the output.
+char *writeFolded(char *out, size_t column, const char *src, uint64_t n) {
+  size_t room = roomAt(column);
+  while (n > room) {
+    std::memcpy(out, src, room);
+    std::memcpy(out + room, kFold, kFoldSize);
+    out += room + kFoldSize;
+    src += room;
+    n -= room;
+    room = kFoldColumn;
+  }
+  if (n == 0) return out;  // an empty value may have no bytes at all
+  std::memcpy(out, src, n);
+  return out + n;
+}
+
+[[nodiscard]] constexpr uint64_t base64Digits(uint64_t bytes) {
+  return (bytes + b64::kBytesPerGroup - 1) / b64::kBytesPerGroup * b64::kDigitsPerGroup;
+}
+
+// Writes the four digits of one group with room digits left on the line,
+// folding inside the group when it does not fit whole.
+char *writeGroup(char *out, const char (&digits)[b64::kDigitsPerGroup], size_t *room) {
+  constexpr size_t kGroup = b64::kDigitsPerGroup;
+  if (*room >= kGroup) {
+    std::memcpy(out, digits, kGroup);
+    *room -= kGroup;
+    return out + kGroup;
+  }
+  for (size_t i = 0; i < kGroup; ++i) {
+    if (i == *room) {
       std::memcpy(out, kFold, kFoldSize);
       out += kFoldSize;
-      *column = 1;
     }
-    const size_t k = std::min(n, kFoldColumn + 1 - *column);
-    std::memcpy(out, src, k);
-    out += k;
-    src += k;
-    n -= k;
-    *column += k;
+    *out++ = digits[i];
+  }
+  *room = kFoldColumn - (kGroup - *room);
+  return out;
+}
+
+// Encodes n bytes in base64 straight into the line, folding as the column
+// counter demands. The groups that fit whole on the current line are
+// written in a loop that does not look at the column; only a group that a
+// fold cuts is written apart.
+// Deliberate: the padding "=" digits are written like any other digit.
+// When a fold falls inside the last group this gives exactly the layout
+// lines have always had, where an "=" that would have overwritten the
+// continuation space went to the last character before the fold instead.
+char *writeBase64(char *out, size_t column, const unsigned char *in, uint64_t n) {
+  const unsigned char *const end = in + n;
+  size_t room = roomAt(column);
+  for (;;) {
+    const uint64_t whole = std::min<uint64_t>(room / b64::kDigitsPerGroup, n / b64::kBytesPerGroup);
+    out = b64::encodeGroups(&in, whole, end, out);
+    n -= whole * b64::kBytesPerGroup;
+    room -= whole * b64::kDigitsPerGroup;
+    if (n < b64::kBytesPerGroup) break;
+    char digits[b64::kDigitsPerGroup];
+    b64::writeDigits(b64::groupBits(in), digits);
+    out = writeGroup(out, digits, &room);
+    in += b64::kBytesPerGroup;
+    n -= b64::kBytesPerGroup;
+  }
+  if (n > 0) {
+    char digits[b64::kDigitsPerGroup];
+    b64::writePartialGroup(in, static_cast<uint32_t>(n), digits);
+    out = writeGroup(out, digits, &room);
   }
   return out;
 }
 
-[[nodiscard]] constexpr uint64_t base64Digits(uint64_t bytes) { return (bytes + 2) / 3 * 4; }
+// What each byte does to a type: nothing, ends it, or refuses it.
+enum TypeByte : uint8_t { kTypeOrdinary, kTypeEnd, kTypeRefused };
 
-// Encodes in folded base64. The padding "=" digits are written like any
-// other digit: when a fold falls inside the last group this gives exactly
-// the historical layout, where the "=" that would have overwritten the
-// continuation space went to the last character before the fold instead.
-char *writeBase64(char *out, size_t column, const unsigned char *bytes, uint64_t n) {
-  constexpr size_t kChunkBytes = 3 * 1024;  // a multiple of 3: no padding inside
-  char digits[base64Digits(kChunkBytes)];
-  while (n > 0) {
-    const uint32_t take = static_cast<uint32_t>(std::min<uint64_t>(n, kChunkBytes));
-    const uint32_t written = gsluztvb64ecr(bytes, take, digits, GSLUZTV_B64_LINE_NEVER);
-    out = writeFolded(out, &column, digits, written);
-    bytes += take;
-    n -= take;
+constexpr std::array<uint8_t, 256> makeTypeBytes() {
+  std::array<uint8_t, 256> bytes{};
+  for (int c = 0; c < 0x20; ++c) bytes[c] = kTypeRefused;  // control characters
+  bytes[0x7f] = kTypeRefused;
+  bytes['\0'] = kTypeEnd;
+  return bytes;
+}
+constexpr std::array<uint8_t, 256> kTypeBytes = makeTypeBytes();
+
+// Names that an LDIF reader takes for the structure of a record rather than
+// for an attribute: a second "dn" starts a record of the document's choosing,
+// "changetype" or "control" turns a content record into a change record.
+// Lower case, and of different lengths.
+constexpr std::string_view kStructuralNames[] = {"dn", "changetype", "control"};
+
+// Whether the first lower.size() bytes of name spell lower (lower-case
+// letters only) in any letter case: for such a letter l, (c | 0x20) == l
+// holds for c = l and its capital only.
+[[nodiscard]] bool equalsLowerName(const char *name, std::string_view lower) {
+  for (size_t i = 0; i < lower.size(); ++i) {
+    if ((name[i] | 0x20) != lower[i]) return false;
   }
-  return out;
+  return true;
+}
+
+[[nodiscard]] bool isStructuralName(const char *name, size_t n) {
+  // Readers drop blanks between a type and its colon, so "dn " is "dn".
+  while (n > 0 && name[n - 1] == ' ') --n;
+  for (std::string_view s : kStructuralNames) {
+    if (s.size() == n) return equalsLowerName(name, s);
+  }
+  return false;
 }
 
 }  // namespace
 
-ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
-                     Conversion conversion)
-    : type_(type),
-      bytes_(reinterpret_cast<const unsigned char *>(value)),
-      count_(0),
-      base64_(false),
-      converted_(nullptr, ContextFree{core}) {
-  const Form form = chooseForm(bytes_, length);
-  base64_ = form.base64;
-  count_ = form.base64 ? length : form.shown;
-  if (!base64_ || conversion != Conversion::kAsContext || !gslu::convertsOutput(core)) {
-    return;
+Form chooseForm(const char *value, uint32_t length) {
+  const auto *v = reinterpret_cast<const unsigned char *>(value);
+  if (length == 0) return {false, 0};
+  if (v[0] == '\0' || v[0] == ':' || isAsciiSpace(v[0])) return {true, length};
+  const uint32_t run = printablePrefix(v, length);
+  if (run == length) return {false, length};
+  // Deliberate: a NUL ends a plain value; what follows it is dropped.
+  if (v[run] == '\0') return {false, run};
+  return {true, length};
+}
+
+uint64_t lineSize(size_t type_size, bool base64, uint64_t count) {
+  if (base64) {
+    const uint64_t digits = base64Digits(count);
+    return type_size + 3 + digits + kFoldSize * foldsFor(type_size + 3, digits) + 1;
   }
+  return type_size + 2 + count + kFoldSize * foldsFor(type_size + 1, count) + 1;
+}
+
+char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64) {
+  std::memcpy(out, type.data(), type.size());
+  out += type.size();
+  if (base64) {
+    std::memcpy(out, ":: ", 3);
+    out = writeBase64(out + 3, type.size() + 3, reinterpret_cast<const unsigned char *>(bytes), count);
+  } else {
+    std::memcpy(out, ": ", 2);
+    // The space after the colon is not counted.
+    out = writeFolded(out + 2, type.size() + 1, bytes, count);
+  }
+  *out++ = '\n';
+  return out;
+}
+
+int64_t checkedTypeLength(const char *type) {
+  if (type == nullptr || type[0] == ' ' || type[0] == '#') return -1;
+  const char *p = type;
+  while (kTypeBytes[static_cast<unsigned char>(*p)] == kTypeOrdinary) ++p;
+  return *p == '\0' ? p - type : -1;
+}
+
+int64_t checkedAttributeNameLength(const char *name) {
+  const int64_t n = checkedTypeLength(name);
+  if (n < 0 || isStructuralName(name, static_cast<size_t>(n))) return -1;
+  return n;
+}
+
+ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
+                     Form form, Conversion conversion)
+    : type_(type),
+      bytes_(value),
+      count_(form.shown),
+      base64_(form.base64),
+      converted_(nullptr, ContextFree{core}) {
+  if (!base64_ || conversion != Conversion::kAsContext || !gslu::convertsOutput(core)) return;
   // gsldlEIsBinary wants a NUL-terminated type; the record writer's types
   // are attribute names, which are.
   if (gsldlEIsBinary(type.data()) != GSLDL_NOT_BINARY) return;
@@ -147,33 +260,13 @@ ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, ui
     return;  // the unconverted bytes are encoded
   }
   converted_.reset(block);
-  bytes_ = reinterpret_cast<const unsigned char *>(block);
+  bytes_ = block;
   count_ = converted;
 }
 
-size_t ValueLine::size() const {
-  const size_t t = type_.size();
-  if (base64_) {
-    const uint64_t digits = base64Digits(count_);
-    return t + 3 + digits + kFoldSize * foldsFor(t + 3, digits) + 1;
-  }
-  return t + 2 + count_ + kFoldSize * foldsFor(t + 1, count_) + 1;
-}
+size_t ValueLine::size() const { return lineSize(type_.size(), base64_, count_); }
 
-char *ValueLine::write(char *out) const {
-  std::memcpy(out, type_.data(), type_.size());
-  out += type_.size();
-  if (base64_) {
-    std::memcpy(out, ":: ", 3);
-    out = writeBase64(out + 3, type_.size() + 3, bytes_, count_);
-  } else {
-    std::memcpy(out, ": ", 2);
-    size_t column = type_.size() + 1;  // the space after the colon is not counted
-    out = writeFolded(out + 2, &column, reinterpret_cast<const char *>(bytes_), count_);
-  }
-  *out++ = '\n';
-  return out;
-}
+char *ValueLine::write(char *out) const { return writeLine(out, type_, bytes_, count_, base64_); }
 
 }  // namespace gslu::ldif
 
@@ -182,12 +275,7 @@ using namespace gslu::ldif;
 extern "C" {
 
 int32_t gsldlVTypeCheck(const char *type) {
-  if (type == nullptr || type[0] == ' ' || type[0] == '#') return GSLDL_TYPE_REFUSED;
-  for (const char *p = type; *p != '\0'; ++p) {
-    const auto c = static_cast<unsigned char>(*p);
-    if (c < 0x20 || c == 0x7f) return GSLDL_TYPE_REFUSED;
-  }
-  return GSLDL_TYPE_OK;
+  return checkedTypeLength(type) < 0 ? GSLDL_TYPE_REFUSED : GSLDL_TYPE_OK;
 }
 
 char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t length) {

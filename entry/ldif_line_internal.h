@@ -1,6 +1,8 @@
 // entry/ldif_line_internal.h - the value line as the record writer lays it
-// out: measured first, then written, so that a whole record is sized exactly
-// before any of it is written. Internal to the entry layer (C++ only).
+// out: the plain-or-base64 decision taken once per value, the line's exact
+// size from that decision, and the line written from it, so that a whole
+// record is sized before any of it is written and each value is looked at
+// once. Internal to the entry layer (C++ only).
 #ifndef QUILLOMAT_ENTRY_LDIF_LINE_INTERNAL_H
 #define QUILLOMAT_ENTRY_LDIF_LINE_INTERNAL_H
 
@@ -13,17 +15,46 @@
 
 namespace gslu::ldif {
 
+// How a value is shown on its line: base64 of all of its bytes, or plain,
+// the first `shown` of them as they stand (a NUL ends a plain value).
+struct Form {
+  bool base64;
+  uint32_t shown;  // bytes of the value the line shows
+};
+
+// The decision for length bytes of value (the rules of ldif_line.h).
+[[nodiscard]] Form chooseForm(const char *value, uint32_t length);
+
+// Bytes of the line for a type of type_size bytes showing count bytes in
+// the given form, its final newline included (no NUL).
+[[nodiscard]] uint64_t lineSize(size_t type_size, bool base64, uint64_t count);
+
+// Writes the line for type showing count bytes of bytes in the given form
+// at out, which has room for lineSize(); returns the end of the line.
+char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64);
+
+// The length of type when a line may start with it (gsldlVTypeCheck), in
+// one pass over it; -1 when it may not.
+[[nodiscard]] int64_t checkedTypeLength(const char *type);
+
+// The length of name when an attribute of a record may bear it
+// (gslclecnCheckAttrName): a type gsldlVTypeCheck accepts that is none of
+// the names LDIF readers take for a record's structure; -1 otherwise.
+[[nodiscard]] int64_t checkedAttributeNameLength(const char *name);
+
 // Whether a line's value may be converted to the output character set.
 enum class Conversion { kNone, kAsContext };
 
-// One value line, laid out before it is written, so that callers can size a
-// whole record exactly and then write it without intermediate blocks. With
-// Conversion::kAsContext a base64 value of a non-binary type is converted
-// here (once) when the core context converts output.
+// One value line with its conversion: with Conversion::kAsContext a base64
+// value of a non-binary type is converted here (once) when the core context
+// converts output, which changes the bytes shown and so the line's size.
 class ValueLine {
  public:
-  ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
+  ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length, Form form,
             Conversion conversion);
+  ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
+            Conversion conversion)
+      : ValueLine(core, type, value, length, chooseForm(value, length), conversion) {}
 
   // Bytes of the line, its final newline included (no NUL).
   [[nodiscard]] size_t size() const;
@@ -32,10 +63,10 @@ class ValueLine {
 
  private:
   std::string_view type_;
-  const unsigned char *bytes_;  // what the line shows, before encoding
-  uint64_t count_;              // bytes of bytes_ shown
+  const char *bytes_;  // what the line shows, before encoding
+  uint64_t count_;     // bytes of bytes_ shown
   bool base64_;
-  Owned<char> converted_;       // the converted value, when there is one
+  Owned<char> converted_;  // the converted value, when there is one
 };
 
 }  // namespace gslu::ldif

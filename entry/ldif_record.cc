@@ -1,19 +1,24 @@
-// entry/ldif_record.cc - LDIF records of whole entries. Every record is laid
-// out twice by the same code: once to measure it, once to write it into a
-// block of exactly that size, so no line needs a block of its own.
+// entry/ldif_record.cc - LDIF records of whole entries. The same walk over
+// an entry runs twice: the sizing pass decides each value's form, checks
+// each name and adds up the sizes; the writing pass takes those decisions
+// and writes into one block of exactly that size, so no line needs a block
+// of its own and no value is looked at twice.
 #include "entry/ldif_record.h"
 
 #include <algorithm>
 #include <cstring>
 #include <string_view>
 
-#include "core/owned.h"
+#include "core/context_access.h"
 #include "core/memory.h"
+#include "core/owned.h"
+#include "entry/entry_internal.h"
 #include "entry/ldif_line_internal.h"
 
 namespace {
 
 using gslu::ldif::Conversion;
+using gslu::ldif::Form;
 using gslu::ldif::ValueLine;
 
 constexpr std::string_view kNewline = "\n";
@@ -48,27 +53,85 @@ constexpr HeaderPrefix kHeaderPrefixes[] = {
   return {};
 }
 
-// Adds up the sizes of what a record is made of.
-class MeasureSink {
+// The sizing pass's decisions in the order it took them, so that the
+// writing pass takes each from here instead of looking at the value or the
+// name again: the form of each value line and the length of each attribute
+// name. A record with more of them than there are slots has the rest
+// decided again by the writing pass, the same way.
+class Decisions {
  public:
-  explicit MeasureSink(gsluctx *core) : core_(core) {}
-  void text(std::string_view s) { size_ += s.size(); }
-  void line(std::string_view type, const char *value, uint32_t length) {
-    size_ += ValueLine(core_, type, value, length, Conversion::kNone).size();
+  void keepForm(Form form) { keep(uint64_t{form.shown} | (form.base64 ? kBase64 : 0)); }
+  void keepLength(size_t length) { keep(length); }
+
+  template <class Decide>
+  [[nodiscard]] Form form(Decide decide) {
+    const uint64_t *kept = next();
+    if (kept == nullptr) return decide();
+    return {(*kept & kBase64) != 0, static_cast<uint32_t>(*kept)};
   }
-  [[nodiscard]] uint64_t size() const { return size_; }
+  template <class Decide>
+  [[nodiscard]] size_t length(Decide decide) {
+    const uint64_t *kept = next();
+    return kept != nullptr ? static_cast<size_t>(*kept) : decide();
+  }
 
  private:
-  gsluctx *core_;
-  uint64_t size_ = 0;
+  static constexpr size_t kSlots = 128;
+  static constexpr uint64_t kBase64 = uint64_t{1} << 32;
+
+  void keep(uint64_t decision) {
+    if (kept_ < kSlots) slots_[kept_] = decision;
+    ++kept_;
+  }
+  // The next decision kept, in the writing pass; null past the slots.
+  [[nodiscard]] const uint64_t *next() {
+    const size_t i = taken_++;
+    return i < kept_ && i < kSlots ? &slots_[i] : nullptr;
+  }
+
+  uint64_t slots_[kSlots];
+  size_t kept_ = 0;
+  size_t taken_ = 0;
 };
 
-// Writes a record into a block of the measured size. Only a value converted
-// to a longer text can outgrow it; the block then grows, and is cut back to
-// the exact size at the end.
+// The sizing pass: decides each line's form, checks each attribute name and
+// adds up the sizes of what the record is made of.
+class SizeSink {
+ public:
+  explicit SizeSink(Decisions &decisions) : decisions_(decisions) {}
+  void text(std::string_view s) { size_ += s.size(); }
+  // The attribute's name; a name gslclecnCheckAttrName refuses refuses the
+  // whole record.
+  [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
+    const int64_t n = gslu::entry::checkedNameLengthOf(a);
+    if (n < 0) refused_ = true;
+    const size_t length = n < 0 ? 0 : static_cast<size_t>(n);
+    decisions_.keepLength(length);
+    return {a->name, length};
+  }
+  void line(std::string_view type, const char *value, uint32_t length) {
+    const Form form = gslu::ldif::chooseForm(value, length);
+    decisions_.keepForm(form);
+    size_ += gslu::ldif::lineSize(type.size(), form.base64, form.shown);
+  }
+  [[nodiscard]] uint64_t size() const { return size_; }
+  [[nodiscard]] bool refused() const { return refused_; }
+
+ private:
+  Decisions &decisions_;
+  uint64_t size_ = 0;
+  bool refused_ = false;
+};
+
+// The writing pass, into a block of the measured size, with the sizing
+// pass's decisions. Only a value converted to a longer text can outgrow the
+// block; when the context converts output the block is therefore checked
+// before every line and grows, and is cut back to the exact size at the end.
 class WriteSink {
  public:
-  WriteSink(gsluctx *core, uint64_t measured) : core_(core), block_(nullptr, {core}) {
+  WriteSink(gsluctx *core, uint64_t measured, Decisions &decisions)
+      : core_(core), decisions_(decisions), block_(nullptr, {core}),
+        converts_(gslu::convertsOutput(core)) {
     // Detect and prevent integer overflow: the text and its NUL must fit 32 bits.
     if (measured + 1 > UINT32_MAX) return;
     capacity_ = static_cast<uint32_t>(measured + 1);
@@ -79,10 +142,19 @@ class WriteSink {
     std::memcpy(block_.get() + used_, s.data(), s.size());
     used_ += static_cast<uint32_t>(s.size());
   }
+  [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
+    return {a->name, decisions_.length([a] { return std::strlen(a->name); })};
+  }
   void line(std::string_view type, const char *value, uint32_t length) {
-    const ValueLine l(core_, type, value, length, Conversion::kAsContext);
+    const Form form = decisions_.form([&] { return gslu::ldif::chooseForm(value, length); });
+    if (!converts_) {
+      // The sizing pass measured this very line: it fits.
+      if (block_) used_ = offsetOf(gslu::ldif::writeLine(end(), type, value, form.shown, form.base64));
+      return;
+    }
+    const ValueLine l(core_, type, value, length, form, Conversion::kAsContext);
     if (!reserve(l.size())) return;
-    used_ = static_cast<uint32_t>(l.write(block_.get() + used_) - block_.get());
+    used_ = offsetOf(l.write(end()));
   }
   // The finished text, or null when it could not be had.
   [[nodiscard]] char *finish() {
@@ -99,6 +171,10 @@ class WriteSink {
   }
 
  private:
+  [[nodiscard]] char *end() const { return block_.get() + used_; }
+  [[nodiscard]] uint32_t offsetOf(const char *p) const {
+    return static_cast<uint32_t>(p - block_.get());
+  }
   // Room for n more bytes and the final NUL.
   [[nodiscard]] bool reserve(uint64_t n) {
     if (!block_) return false;
@@ -120,9 +196,11 @@ class WriteSink {
   }
 
   gsluctx *core_;
+  Decisions &decisions_;
   gslu::Owned<char> block_;
   uint32_t capacity_ = 0;
   uint32_t used_ = 0;
+  bool converts_;
 };
 
 // Walks an entry's attributes in the order they were added.
@@ -135,44 +213,24 @@ void forEachAttribute(const LDAPEntry *entry, Fn fn) {
   }
 }
 
-// Names that an LDIF reader takes for the structure of a record rather than
-// for an attribute: a second "dn" starts a record of the document's choosing,
-// "changetype" or "control" turns a content record into a change record.
-constexpr std::string_view kStructuralNames[] = {"dn", "changetype", "control"};
-
-[[nodiscard]] bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-    if (lower(a[i]) != lower(b[i])) return false;
-  }
-  return true;
-}
-
-[[nodiscard]] bool isStructuralName(std::string_view name) {
-  // Readers drop blanks between a type and its colon, so "dn " is "dn".
-  while (!name.empty() && name.back() == ' ') name.remove_suffix(1);
-  for (std::string_view s : kStructuralNames) {
-    if (equalsIgnoringAsciiCase(name, s)) return true;
-  }
-  return false;
-}
-
 // Rename fields are written as they stand, so a line break in one would
 // start a line of the entry's choosing.
 [[nodiscard]] bool breaksLine(const char *field) {
   return field != nullptr && std::strpbrk(field, "\r\n") != nullptr;
 }
 
-// Whether every name and rename field of entry may be written.
-[[nodiscard]] bool isWritable(const LDAPEntry *entry) {
-  if (breaksLine(entry->new_rdn) || breaksLine(entry->new_superior)) return false;
-  if (entry->attributes == nullptr) return true;
-  for (auto *a = static_cast<const LDAPAttribute *>(entry->attributes->head); a != nullptr;
-       a = static_cast<const LDAPAttribute *>(a->next)) {
-    if (gslclecnCheckAttrName(a->name) != GSLCLEGAL_OK) return false;
-  }
-  return true;
+[[nodiscard]] bool renameFieldsWritable(const LDAPEntry *entry) {
+  return !breaksLine(entry->new_rdn) && !breaksLine(entry->new_superior);
+}
+
+// Whether every attribute name of entry may be written, for the records
+// whose sizing pass does not walk the attributes.
+[[nodiscard]] bool namesWritable(const LDAPEntry *entry) {
+  bool writable = true;
+  forEachAttribute(entry, [&](const LDAPAttribute *a) {
+    if (writable && gslu::entry::checkedNameLengthOf(a) < 0) writable = false;
+  });
+  return writable;
 }
 
 [[nodiscard]] uint32_t attributeCount(const LDAPEntry *entry) {
@@ -199,7 +257,7 @@ struct ValueBytes {
 // value. A value too long for a line ends the attribute's lines there.
 template <class Sink>
 void putAttribute(Sink &sink, const LDAPAttribute *a, bool with_header) {
-  const std::string_view name = a->name;
+  const std::string_view name = sink.name(a);
   if (with_header) {
     sink.text(headerPrefix(a->change_type));
     sink.text(name);
@@ -284,27 +342,41 @@ void putBody(Sink &sink, const LDAPEntry *entry, Body body) {
   }
 }
 
-// Measures, then writes, what put() lays out. Null when there is nothing
-// (and empty text is not wanted) or the text cannot be allocated.
+// What render() gives: the text, or why there is none.
+struct Rendered {
+  char *text;
+  bool refused;  // a name that gslclecnCheckAttrName refuses
+};
+
+// Sizes, then writes, what put() lays out, each value decided once. No text
+// when there is nothing (and empty text is not wanted), when a name is
+// refused or when the text cannot be allocated.
 template <class Put>
-char *render(gsluctx *core, bool empty_is_null, Put put) {
-  MeasureSink measure(core);
-  put(measure);
-  if (measure.size() == 0 && empty_is_null) return nullptr;
-  WriteSink write(core, measure.size());
+[[nodiscard]] Rendered render(gsluctx *core, bool empty_is_null, Put put) {
+  Decisions decisions;
+  SizeSink size(decisions);
+  put(size);
+  if (size.refused()) return {nullptr, true};
+  if (size.size() == 0 && empty_is_null) return {nullptr, false};
+  WriteSink write(core, size.size(), decisions);
   put(write);
-  return write.finish();
+  return {write.finish(), false};
 }
 
 [[nodiscard]] gsluctx *coreOf(const gslcClientHandle *ctx) { return gslccx_Getgsluctx(ctx); }
+
+// Whether the body's sizing pass walks every attribute, and so checks every
+// name itself.
+[[nodiscard]] bool walksAttributes(Body body) {
+  return body == Body::kContent || body == Body::kModify;
+}
 
 }  // namespace
 
 extern "C" {
 
 int gslclecnCheckAttrName(const char *name) {
-  if (gsldlVTypeCheck(name) != GSLDL_TYPE_OK || isStructuralName(name)) return GSLCLEGAL_REFUSED;
-  return GSLCLEGAL_OK;
+  return gslu::ldif::checkedAttributeNameLength(name) < 0 ? GSLCLEGAL_REFUSED : GSLCLEGAL_OK;
 }
 
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text) {
@@ -312,45 +384,49 @@ int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char
   if (core == nullptr) return GSLCLEGAL_NO_CONTEXT;
   if (entry == nullptr || text == nullptr) return GSLCLEGAL_NULL_ARG;
   *text = nullptr;
-  if (!isWritable(entry)) return GSLCLEGAL_REFUSED;
+  const Body body = bodyOf(entry);
+  if (!renameFieldsWritable(entry) || (!walksAttributes(body) && !namesWritable(entry))) {
+    return GSLCLEGAL_REFUSED;
+  }
   const std::string_view dn = entry->dn != nullptr ? entry->dn : "";
   if (dn.size() > UINT32_MAX) return GSLCLEGAL_NO_MEMORY;
-  const Body body = bodyOf(entry);
-  *text = render(core, false, [&](auto &sink) {
+  const Rendered r = render(core, false, [&](auto &sink) {
     sink.line(kDnType, dn.data(), static_cast<uint32_t>(dn.size()));
     putBody(sink, entry, body);
   });
+  if (r.refused) return GSLCLEGAL_REFUSED;
+  *text = r.text;
   return *text != nullptr ? GSLCLEGAL_OK : GSLCLEGAL_NO_MEMORY;
 }
 
 char *gslcleGetAddStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr || attributeCount(entry) == 0) return nullptr;
-  if (!isWritable(entry)) return nullptr;
-  return render(core, true, [&](auto &sink) { putContentBody(sink, entry); });
+  if (!renameFieldsWritable(entry)) return nullptr;
+  return render(core, true, [&](auto &sink) { putContentBody(sink, entry); }).text;
 }
 
 char *gslcleGetModifyStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr || attributeCount(entry) == 0) return nullptr;
-  if (!isWritable(entry)) return nullptr;
-  return render(core, true, [&](auto &sink) { putModifyBody(sink, entry); });
+  if (!renameFieldsWritable(entry)) return nullptr;
+  return render(core, true, [&](auto &sink) { putModifyBody(sink, entry); }).text;
 }
 
 char *gslcleGetModRDNStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
-  if (core == nullptr || entry == nullptr || !isWritable(entry)) return nullptr;
-  return render(core, true, [&](auto &sink) { putModRdnBody(sink, entry); });
+  if (core == nullptr || entry == nullptr) return nullptr;
+  if (!renameFieldsWritable(entry) || !namesWritable(entry)) return nullptr;
+  return render(core, true, [&](auto &sink) { putModRdnBody(sink, entry); }).text;
 }
 
 char *gslcleGetAttrAsLDIF(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
                           int with_header) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || attribute == nullptr) return nullptr;
-  if (gslclecnCheckAttrName(attribute->name) != GSLCLEGAL_OK) return nullptr;
   return render(core, false, [&](auto &sink) {
     putAttribute(sink, attribute, with_header == GSLCLE_LDIF_HEADER);
-  });
+  }).text;
 }
 
 }  // extern "C"

@@ -5,8 +5,9 @@
  *
  * Conventions (those of entry/entry.h, plus):
  *   1. The whole record is built in memory as one NUL-terminated text of
- *      exactly its size: every line is measured first, then written once.
- *      The caller owns the text and frees it with gslumfFree().
+ *      exactly its size: the record is sized first (each value's form
+ *      decided once), then written once into that block. The caller owns
+ *      the text and frees it with gslumfFree().
  *   2. Value lines are those of entry/ldif_line.h (base64 and folding as
  *      needed); the new RDN and new superior of a modrdn record are written
  *      as they stand, neither encoded nor folded.

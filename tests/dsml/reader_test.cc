@@ -277,7 +277,8 @@ TEST(ReaderMachineTest, UndecodableTextIsRefusedAndDropped) {
   machine.m.state = GSLXDV_STATE_VALUE;
   machine.m.base64 = 1;
   EXPECT_EQ(sax_characters(&machine.m, "!!!", 3), GSLXDV_BAD_BASE64);
-  EXPECT_EQ(machine.m.text, nullptr);
+  EXPECT_EQ(machine.m.text_pending, 0);
+  EXPECT_EQ(machine.m.text_length, 0u);
 }
 
 // ---- Memory -------------------------------------------------------------------------

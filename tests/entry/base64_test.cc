@@ -6,6 +6,7 @@
 #include <ostream>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -174,6 +175,98 @@ TEST(Base64, NullArgumentsAndOversizedOutputDoNothing) {
     // Output whose count would pass 32 bits is refused before any access.
     EXPECT_EQ(gsluztvb64e(out, UINT32_MAX, out), 0u);
     EXPECT_EQ(gsluztvb64ecr(out, 0xC0000000u, out, 1), 0u);
+}
+
+
+// ---- The cleaning decoder against the cleaner followed by the decoder.
+
+// What gsluztvb64cln and gsluztvb64d give for text (a NUL-terminated copy).
+Bytes cleanThenDecode(const std::string& text) {
+    std::vector<char> copy(text.begin(), text.end());
+    copy.push_back('\0');
+    uint32_t kept = 0;
+    (void)gsluztvb64cln(copy.data(), static_cast<uint32_t>(text.size()), &kept);
+    std::vector<char> out(gsluztvb64gol(kept, 2));
+    const uint32_t n = gsluztvb64d(copy.data(), kept, out.data());
+    return n == GSLUZTV_B64_MALFORMED ? kFail : Bytes(out.data(), n);
+}
+
+// The cleaning decoder over an exact-size copy with no NUL after it, so
+// ASan sees any read past the length; in place when asked.
+Bytes cleaningDecode(const std::string& text, bool in_place) {
+    std::vector<char> in(text.begin(), text.end());
+    std::vector<char> out(gsluztvb64gol(static_cast<uint32_t>(text.size()), 2));
+    char* to = in_place ? in.data() : out.data();
+    const uint32_t n = gsluztvb64dcln(in.data(), static_cast<uint32_t>(in.size()), to);
+    return n == GSLUZTV_B64_MALFORMED ? kFail : Bytes(to, n);
+}
+
+// Ways the text of an encoded value reaches the reader: folded, indented,
+// broken by other bytes, cut by a NUL, padded oddly.
+struct Dirt { const char* name; std::string (*apply)(const std::string&); };
+void PrintTo(const Dirt& d, std::ostream* os) { *os << d.name; }
+
+std::string join(std::initializer_list<std::string_view> parts) {
+    std::string out;
+    for (std::string_view p : parts) out.append(p);
+    return out;
+}
+
+std::string everyN(const std::string& s, size_t n, std::string_view junk) {
+    std::string out;
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (i > 0 && i % n == 0) out.append(junk);
+        out.push_back(s[i]);
+    }
+    return out;
+}
+
+using namespace std::string_view_literals;
+
+const Dirt kDirts[] = {
+    {"Clean", [](const std::string& s) { return s; }},
+    {"FoldedAt76", [](const std::string& s) { return join({"\n", everyN(s, 76, "\n"), "\n"}); }},
+    {"CrLfAt64Indented", [](const std::string& s) { return everyN(s, 64, "\r\n    "); }},
+    {"SpaceInsideGroups", [](const std::string& s) { return everyN(s, 3, " "); }},
+    {"HighBytesAndControls", [](const std::string& s) { return everyN(s, 5, "\xc3\xa9\x01\x7f"); }},
+    {"TrailingJunk", [](const std::string& s) { return join({s, " \t\n\xff"}); }},
+    {"NulCutsTheText", [](const std::string& s) { return join({s.substr(0, s.size() / 2), "\0"sv, s}); }},
+    {"NulAfterTheText", [](const std::string& s) { return join({s, "\0TWFu"sv}); }},
+    {"PaddedGroupFirst", [](const std::string& s) { return join({"TQ==", s}); }},
+    {"EqualsInsideAGroup", [](const std::string& s) { return join({"T=Fu", s}); }},
+    {"LoneDigitAtTheEnd", [](const std::string& s) { return join({s, "\nA"}); }},
+    {"InvalidPadding", [](const std::string& s) { return join({s, "=A=="}); }},
+};
+
+class CleaningDecoder : public ::testing::TestWithParam<Dirt> {};
+
+TEST_P(CleaningDecoder, DecodesAsTheCleanerAndDecoderDo) {
+    std::mt19937 rng(2045);
+    for (size_t len = 0; len <= 160; ++len) {
+        Bytes in(len, '\0');
+        for (char& c : in) c = static_cast<char>(rng());
+        const std::string text = GetParam().apply(encode(in));
+        const Bytes expected = cleanThenDecode(text);
+        ASSERT_EQ(cleaningDecode(text, false), expected) << "length " << len;
+        ASSERT_EQ(cleaningDecode(text, true), expected) << "length " << len << ", in place";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, CleaningDecoder, ::testing::ValuesIn(kDirts),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// Short texts of every kind of character, mostly malformed ones.
+TEST(CleaningDecoderRandom, AgreesOnTextsOfDigitsPaddingJunkAndNul) {
+    const char kChars[] = {'A', 'Q', 'z', '0', '+', '/', '=', '=', ' ', '\n', '\0', '\x80'};
+    std::mt19937 rng(1987);
+    for (int round = 0; round < 20000; ++round) {
+        std::string text(rng() % 24, ' ');
+        for (char& c : text) c = kChars[rng() % sizeof kChars];
+        ASSERT_EQ(cleaningDecode(text, false), cleanThenDecode(text)) << ::testing::PrintToString(text);
+    }
+    char out[4];
+    EXPECT_EQ(gsluztvb64dcln(nullptr, 4, out), 0u);
+    EXPECT_EQ(gsluztvb64dcln("TWFu", 4, nullptr), 0u);
 }
 
 }  // namespace

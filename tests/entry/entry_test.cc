@@ -167,6 +167,32 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest, ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
 
+// A record and what it alone owns (an entry's DN, an attribute's name, a
+// counted value's bytes) share one block; the values array and the
+// attribute list are blocks of their own.
+TEST(EntryBlocks, OneBlockPerEntryAttributeAndValue) {
+  qtest::TestAllocator::Scope allocator;
+  LDAPEntry *e = nullptr;
+  LDAPAttribute *a = nullptr;
+  ASSERT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a,o=ex", &e), GSLCLE_OK);
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "description", GSLCLE_VALUES_BINARY, &a), GSLCLE_OK);
+  EXPECT_EQ(qtest::TestAllocator::calls, 2u);
+  const BERVal values[] = {kAb, {0, nullptr}, {3, const_cast<char *>("a\0b")}, kAb, kAb, kAb, kAb};
+  for (const BERVal &v : values) ASSERT_EQ(gslcleabvAddAttrBValue(nullptr, a, &v), GSLCLE_OK);
+  EXPECT_EQ(qtest::TestAllocator::calls, 2u + 7 + 2);  // seven values, the array twice
+  ASSERT_EQ(gslcleaaAddLDAPAttribute(nullptr, e, a), GSLCLE_OK);
+  EXPECT_EQ(qtest::TestAllocator::calls, 2u + 7 + 2 + 1);  // the list
+  EXPECT_STREQ(e->dn, "cn=a,o=ex");
+  EXPECT_STREQ(a->name, "description");
+  const auto *empty = static_cast<const BERVal *>(a->values[1]);
+  EXPECT_EQ(empty->length, 0u);
+  EXPECT_EQ(empty->bytes, nullptr);
+  const auto *nul = static_cast<const BERVal *>(a->values[2]);
+  EXPECT_EQ(std::string(nul->bytes, nul->length), std::string("a\0b", 3));
+  gslcledeDestroyLDAPEntry(nullptr, e);
+  EXPECT_EQ(qtest::TestAllocator::live, 0);
+}
+
 // Counted bytes are copied by the growth test above; here the edges.
 TEST(BerValTest, NullSourceMakesAnEmptyValueAndNoContextNone) {
   BERVal *empty = gslcleBERValNEW(nullptr, nullptr, 5);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/memory.h"
+#include "entry/base64.h"
 
 namespace {
 
@@ -182,5 +183,78 @@ INSTANTIATE_TEST_SUITE_P(
                       BinaryCase{"x;binary;binary", GSLDL_NOT_BINARY},
                       BinaryCase{"jpegPhoto;lang-en", GSLDL_NOT_BINARY},
                       BinaryCase{"", GSLDL_NOT_BINARY}, BinaryCase{nullptr, GSLDL_NOT_BINARY}));
+
+
+// ---- Folding against the line rules applied one character at a time.
+
+// Appends s to line the way the rules fold it: before a character written
+// while the column counter is past 76, "\n " and column 1.
+void appendFolded(std::string &line, size_t *column, const std::string &s) {
+  for (char c : s) {
+    if (*column > 76) {
+      line += "\n ";
+      *column = 1;
+    }
+    line += c;
+    ++*column;
+  }
+}
+
+// The base64 line as the rules build it: the digits of the zero-padded
+// final group written and folded like the others, then the last 3 - r
+// characters overwritten with "=", an "=" meant for the space that opens a
+// continuation line going to the character before that line's newline.
+std::string ruleBase64Line(const std::string &type, const std::string &value) {
+  std::vector<char> digits(gsluztvb64gol(static_cast<uint32_t>(value.size()), GSLUZTV_B64_SIZE_ENCODE));
+  const uint32_t n = gsluztvb64ecr(value.data(), static_cast<uint32_t>(value.size()), digits.data(),
+                                   GSLUZTV_B64_LINE_NEVER);
+  std::string text(digits.data(), n);
+  const size_t pads = text.size() - text.find_last_not_of('=') - 1;
+  for (size_t i = text.size() - pads; i < text.size(); ++i) text[i] = 'A';  // the zero digit
+  std::string line = type + ":: ";
+  size_t column = type.size() + 3;
+  appendFolded(line, &column, text);
+  for (size_t k = 1; k <= pads; ++k) {
+    const size_t pos = line.size() - k;
+    const bool continuation_space = line[pos] == ' ' && line[pos - 1] == '\n';
+    line[continuation_space ? pos - 2 : pos] = '=';
+  }
+  return line + "\n";
+}
+
+std::string rulePlainLine(const std::string &type, const std::string &value) {
+  std::string line = type + ": ";
+  size_t column = type.size() + 1;  // the space after the colon is not counted
+  appendFolded(line, &column, value);
+  return line + "\n";
+}
+
+// Type lengths move the first fold through every position inside a group of
+// four digits; value lengths give every remainder and fold count.
+struct FoldCase {
+  const char *name;
+  bool base64;
+};
+
+void PrintTo(const FoldCase &c, std::ostream *os) { *os << c.name; }
+
+class FoldRules : public ::testing::TestWithParam<FoldCase> {};
+
+TEST_P(FoldRules, EveryTypeAndValueLengthFoldsAsTheRulesSay) {
+  for (size_t t = 0; t <= 82; ++t) {
+    const std::string type(t, 't');
+    for (size_t n = 0; n <= 240; ++n) {
+      std::string value(n, 'v');
+      for (size_t i = 0; i < n; ++i) value[i] = static_cast<char>(GetParam().base64 ? 0x80 + i * 7 : 'a' + i % 26);
+      const std::string expected = n == 0 ? type + ": \n"
+                                   : GetParam().base64 ? ruleBase64Line(type, value)
+                                                       : rulePlainLine(type, value);
+      ASSERT_EQ(lineOf(type, value), expected) << "type length " << t << ", value length " << n;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, FoldRules, ::testing::Values(FoldCase{"Plain", false}, FoldCase{"Base64", true}),
+                         [](const auto &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "core/memory.h"
 #include "entry/entry.h"
+#include "entry/ldif_line.h"
 
 namespace {
 
@@ -175,6 +176,28 @@ TEST_P(NameTest, RefusesOnlyNamesThatChangeTheRecordStructure) {
 
 INSTANTIATE_TEST_SUITE_P(Names, NameTest, ::testing::ValuesIn(kNames));
 
+// The verdict on a name is taken when the attribute is created; a record
+// given another name afterwards has that name checked as it stands.
+TEST(NameTest, ANameReplacedAfterCreationIsCheckedAsItStands) {
+  const std::pair<const char *, const char *> swaps[] = {{"cn", "dn"}, {"dn", "cn"}, {"cn", "c\nn"}};
+  for (const auto &[created, replaced] : swaps) {
+    LDAPEntry *e = makeEntry("o=ex", 0, {{created, kAdd, {"v"}}});
+    auto *a = static_cast<LDAPAttribute *>(e->attributes->head);
+    char *const own = a->name;
+    a->name = const_cast<char *>(replaced);
+    const int expected = gslclecnCheckAttrName(replaced);
+    char *text = nullptr;
+    EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), expected) << created << " -> " << replaced;
+    EXPECT_EQ(text != nullptr, expected == GSLCLEGAL_OK);
+    gslumfFree(nullptr, text);
+    char *lines = gslcleGetAttrAsLDIF(nullptr, a, GSLCLE_LDIF_NO_HEADER);
+    EXPECT_EQ(lines != nullptr, expected == GSLCLEGAL_OK);
+    gslumfFree(nullptr, lines);
+    a->name = own;
+    gslcledeDestroyLDAPEntry(nullptr, e);
+  }
+}
+
 TEST(ModRdnRecord, RenameFieldsWithALineBreakAreRefused) {
   for (const char *field : {"cn=a\ndn: cn=b", "cn=a\r"}) {
     LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GSLCLE_CHANGE_MODRDN, {});
@@ -249,6 +272,29 @@ TEST_F(HookedTest, TheRecordIsOneBlockOfExactlyItsSize) {
   EXPECT_EQ(g_sizes, (std::vector<uint32_t>{static_cast<uint32_t>(std::strlen(text) + 1)}));
   gslumfFree(nullptr, text);
   gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+// Values of every form, many more than the writer keeps decisions for, are
+// written as their lines would be one by one, into one exact block.
+TEST_F(HookedTest, RecordsOfManyValuesMatchTheirLinesOneByOne) {
+  const std::string forms[] = {"plain", " lead", std::string("nul\0cut", 7), "", std::string(170, 'f'),
+                               "\xc3\xa9t\xc3\xa9", std::string(100, '\x80')};
+  for (size_t count : {1, 127, 128, 129, 400}) {
+    std::vector<std::string> values;
+    for (size_t i = 0; i < count; ++i) values.push_back(forms[i % std::size(forms)]);
+    LDAPEntry *e = makeEntry("cn=x", GSLCLE_CHANGE_MODIFY, {{"description", kReplace, values}, {"sn", kAdd, {"Lee"}}});
+    std::string expected = "dn: cn=x\nchangetype: modify\nreplace: description\n";
+    for (const std::string &v : values) {
+      char *line = gsldlDLdifTypeAndValue("description", v.data(), static_cast<uint32_t>(v.size()));
+      expected += line;
+      gslumfFree(nullptr, line);
+    }
+    expected += "-\nadd: sn\nsn: Lee\n";
+    g_sizes.clear();
+    EXPECT_EQ(recordOf(e), expected) << count << " values";
+    EXPECT_EQ(g_sizes, (std::vector<uint32_t>{static_cast<uint32_t>(expected.size() + 1)})) << count << " values";
+    gslcledeDestroyLDAPEntry(nullptr, e);
+  }
 }
 
 TEST_F(HookedTest, AFailedAllocationIsReportedNotCut) {
