@@ -49,32 +49,64 @@ const xmlsaxcb kReaderHandlers = {
 
 [[nodiscard]] bool isReading(const GslxdvStateMachine *machine) { return machine->reading != 0; }
 
-// Whether name equals lower (an ASCII name in lower case) ignoring case.
-// ASCII is compared byte by byte, and a mismatch there is final: ASCII folds
-// only to ASCII. From a byte beyond ASCII on, the comparison is left to full
-// Unicode case folding (gslusicStrcasecmp), so that names beyond ASCII keep
-// the service's rules.
-[[nodiscard]] bool sameName(gsluctx *core, const char *name, std::string_view lower) {
-  for (std::size_t i = 0; i <= lower.size(); ++i) {
-    char c = name[i];
-    if ((static_cast<unsigned char>(c) & 0x80) != 0) {
-      return gslusicStrcasecmp(core, lower.data(), name) == GSLUS_CMP_EQUAL;
-    }
-    if (i == lower.size()) return c == '\0';
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-    if (c != lower[i]) return false;
+// Each byte as an ASCII name compares ignoring case: letters in lower case,
+// other ASCII as it stands, and bytes beyond ASCII as 0xff, which no name
+// holds.
+constexpr auto kAsciiFolded = [] {
+  struct Table {
+    char of[256];
+  } t{};
+  for (int b = 0; b < 256; ++b) {
+    t.of[b] = b >= 'A' && b <= 'Z' ? static_cast<char>(b + ('a' - 'A'))
+              : b < 0x80           ? static_cast<char>(b)
+                                   : static_cast<char>(0xff);
+  }
+  return t;
+}();
+
+// Whether name (NUL-terminated) equals lower (an ASCII name in lower case)
+// ignoring the case of ASCII letters. The walk stops at the first
+// difference, a NUL in name included, so it never reads past name's end.
+[[nodiscard]] bool equalsAscii(const char *name, std::string_view lower) {
+  for (std::size_t i = 0; i < lower.size(); ++i) {
+    if (kAsciiFolded.of[static_cast<unsigned char>(name[i])] != lower[i]) return false;
+  }
+  return name[lower.size()] == '\0';
+}
+
+[[nodiscard]] bool hasNonAscii(const char *name) {
+  for (; *name != '\0'; ++name) {
+    if ((static_cast<unsigned char>(*name) & 0x80) != 0) return true;
   }
   return false;
+}
+
+// The first of count names (lower-case ASCII, given by nameAt) that name
+// equals ignoring case, or count. ASCII decides on its own, since ASCII
+// letters fold only to ASCII; a name with bytes beyond ASCII that matched
+// none is compared again through full Unicode case folding, under which a
+// name of another length may match.
+template <class NameAt>
+[[nodiscard]] std::size_t matchName(gsluctx *core, const char *name, std::size_t count,
+                                    NameAt nameAt) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (equalsAscii(name, nameAt(i))) return i;
+  }
+  if (!hasNonAscii(name)) return count;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (gslusicStrcasecmp(core, nameAt(i).data(), name) == GSLUS_CMP_EQUAL) return i;
+  }
+  return count;
 }
 
 // The transition for (state, name), or null: the element is then skipped.
 [[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
   if (state >= gslxdv::kTableStates) return nullptr;
   const gslxdv::StateRows rows = gslxdv::kStateRows.of[state];
-  for (uint8_t i = rows.first; i < rows.first + rows.count; ++i) {
-    if (sameName(core, name, gslxdv::kTransitions[i].element)) return &gslxdv::kTransitions[i];
-  }
-  return nullptr;
+  const Transition *first = &gslxdv::kTransitions[rows.first];
+  const std::size_t i =
+      matchName(core, name, rows.count, [first](std::size_t k) { return first[k].element; });
+  return i < rows.count ? &first[i] : nullptr;
 }
 
 // Sets the machine's state; text is collected by the parser only in the
@@ -545,9 +577,11 @@ const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {
   const uint32_t count = numAttributes(attributes);
   for (uint32_t i = 0; i < count; ++i) {
     const xmlattr *attribute = getAttributeIndex(attributes, i);
-    const char *local = getAttrLocal(attribute);
     // The names asked for are the reader's own, in lower-case ASCII.
-    if (sameName(nullptr, local, name)) return getAttrValue(attribute);
+    const std::string_view wanted = name;
+    if (matchName(nullptr, getAttrLocal(attribute), 1, [wanted](std::size_t) { return wanted; }) == 0) {
+      return getAttrValue(attribute);
+    }
   }
   return nullptr;
 }
