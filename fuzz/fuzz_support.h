@@ -125,6 +125,8 @@ class CountingAllocator {
     return p;
   }
   static void *reallocate(gsluctx *, uint32_t size, void *old, uint32_t) {
+    // realloc to 0 bytes would free the block the caller still owns.
+    if (size == 0) return nullptr;
     if (budget_ == 0) {
       ++refused_;
       return nullptr;

@@ -1,8 +1,10 @@
 // Fuzz target for the DSML reader and the LDIF record writer: reads
 // arbitrary bytes as a document through expat into entries and renders each
 // entry as an LDIF record. The first byte picks the chunk size the parser
-// reads with and which entry the callback refuses, so that both split input
-// and a stopping callback are explored; the rest is the document.
+// reads with (bits 0-1) and either which entry the callback refuses (bit 7
+// set: bits 2-6) or after how many allocations every allocation fails (bit 7
+// clear: bits 2-6, 0 for never), so that split input, a stopping callback
+// and exhausted memory are explored; the rest is the document.
 //
 // The document is handed to the reader from memory: it is written into a
 // memory file (memfd) created once, which the reader opens by its
@@ -14,9 +16,10 @@
 // bounds; every record is byte for byte the plain rendering of
 // ldif_model.h, with the shape of any LDIF text (no empty line inside, no
 // line over 78 bytes unless a long name makes its first line longer, a line
-// starting with a space only where the writer folded). Every thousandth run
-// (every run when replaying a corpus) the context must still read a valid
-// document whole.
+// starting with a space only where the writer folded), or, once memory ran
+// out, no record at all (status 5). Every thousandth run, every run after
+// memory ran out, and every run when replaying a corpus, the context must
+// still read a valid document whole.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -76,7 +79,18 @@ class MemoryFile {
 struct Run {
   uint32_t entries = 0;
   uint32_t refuse = UINT32_MAX;
+  uint64_t refused_before = qfuzz::CountingAllocator::refused();
+  // Whether an allocation was refused since the run began.
+  [[nodiscard]] bool ranOut() const { return qfuzz::CountingAllocator::refused() != refused_before; }
 };
+
+// Allocations a document may make before every further one fails, by the
+// 5-bit choice of the first byte: none is refused for 0, and the budgets
+// grow as cubes so that the later parts of long documents are reached too.
+uint64_t allocationBudget(uint32_t choice) {
+  if (choice == 0) return qfuzz::CountingAllocator::kUnlimited;
+  return 1 + static_cast<uint64_t>(choice) * choice * choice / 4;
+}
 
 // Walks every value byte by byte, so the sanitizer sees any overrun, and
 // returns the longest attribute name.
@@ -103,7 +117,12 @@ int32_t onEntry(LDAPEntry *entry, void *arg) {
   auto *run = static_cast<Run *>(arg);
   const size_t longest = checkEntry(entry);
   char *text = nullptr;
-  FUZZ_CHECK(gslclegalGetAsLDIF(nullptr, entry, &text) == GSLCLEGAL_OK && text != nullptr);
+  const int st = gslclegalGetAsLDIF(nullptr, entry, &text);
+  if (st == GSLCLEGAL_NO_MEMORY && run->ranOut()) {
+    FUZZ_CHECK(text == nullptr);
+    return st;  // as the driver does: the document stops
+  }
+  FUZZ_CHECK(st == GSLCLEGAL_OK && text != nullptr);
   const std::string_view record(text);
   FUZZ_CHECK(record == qfuzz::record(entry));
   // A long name's first line is the name and ": " or ":: " before its fold.
@@ -115,6 +134,8 @@ int32_t onEntry(LDAPEntry *entry, void *arg) {
 struct Harness {
   Harness() : input("quillomat-reader-fuzz"), valid("quillomat-reader-fuzz-valid") {
     qfuzz::setUpProcess();
+    // Every block of the reader's goes through the counting hooks.
+    static qfuzz::CountingAllocator allocator(qfuzz::CountingAllocator::kUnlimited);
     FUZZ_CHECK(gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                                         &ctx) == GSLXDV_OK);
     valid.assign(kValid, sizeof kValid - 1);
@@ -139,12 +160,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0) return 0;
   h.input.assign(data + 1, size - 1);
   xmlSetChunkSizeForTesting(kChunkSizes[data[0] & 3]);
+  const uint32_t choice = (data[0] >> 2) & 0x1f;
+  const bool refusing = (data[0] & 0x80) != 0;
   Run run;
-  run.refuse = (data[0] & 0x80) != 0 ? (data[0] >> 2) & 0x1f : UINT32_MAX;
+  run.refuse = refusing ? choice : UINT32_MAX;
+  qfuzz::CountingAllocator::setBudget(refusing ? qfuzz::CountingAllocator::kUnlimited
+                                               : allocationBudget(choice));
   const int32_t st = gslxdv1pParse(h.input.path(), GSLXDV_SOURCE_URI, h.ctx, onEntry, &run);
+  qfuzz::CountingAllocator::setBudget(qfuzz::CountingAllocator::kUnlimited);
   FUZZ_CHECK(st == GSLXDV_OK || st == GSLXDV_FAILED);
   checkNothingPending(h.ctx->machine);
-  if (h.runs++ % kReuseCheckInterval == 0) {
+  if (h.runs++ % kReuseCheckInterval == 0 || run.ranOut()) {
     // Whatever happened, the context still reads a valid document whole.
     Run again;
     FUZZ_CHECK(gslxdv1pParse(h.valid.path(), GSLXDV_SOURCE_URI, h.ctx, onEntry, &again) ==
