@@ -223,7 +223,9 @@ const char *localName(const XML_Char *qualified) {
 
 // xmlns and xmlns:* declare namespaces; they are not attributes.
 bool isNamespaceDeclaration(const XML_Char *qualified) {
-  return std::strncmp(qualified, "xmlns", 5) == 0 && (qualified[5] == '\0' || qualified[5] == ':');
+  // The first byte rules out nearly every attribute before any comparison.
+  return qualified[0] == 'x' && std::strncmp(qualified, "xmlns", 5) == 0 &&
+         (qualified[5] == '\0' || qualified[5] == ':');
 }
 
 // The attribute list of a start tag. expat's own array serves unless the
@@ -618,7 +620,13 @@ const char *xmlParserVersion(void) { return XML_ExpatVersion(); }
 const char *xmlErrorText(const xmlctx *xml) { return xml != nullptr ? xml->error_text : ""; }
 
 void xmlWantText(xmlctx *xml, int wanted) {
-  if (xml != nullptr) xml->text_wanted = wanted != 0;
+  if (xml == nullptr || xml->text_wanted == (wanted != 0)) return;
+  xml->text_wanted = wanted != 0;
+  // Without a handler expat does not even call out for text nobody wants,
+  // the white space between elements included.
+  if (xml->expat != nullptr && xml->handlers.characters != nullptr) {
+    XML_SetCharacterDataHandler(xml->expat, xml->text_wanted ? onCharacters : nullptr);
+  }
 }
 
 uint32_t numAttributes(const xmlattrs *attrs) { return attrs != nullptr ? attrs->count : 0; }
