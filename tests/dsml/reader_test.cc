@@ -193,6 +193,9 @@ TEST(ReaderApiTest, ParseAndCleanupAreRefusedFromTheCallback) {
 }
 
 // ---- The machine, event by event -------------------------------------------------
+// The guards no test document reaches: a closing tag with no state to pop
+// and a skip 65535 elements deep. (Text with a NUL byte cannot come from an
+// XML document; undecodable text is golden case 008.)
 
 struct Machine {
   Machine() {
@@ -212,23 +215,6 @@ TEST(ReaderMachineTest, EmptyStackAndSkipCountLimitFail) {
   m.skip_depth = UINT16_MAX;
   EXPECT_EQ(sax_startElement(&m, "y", nullptr), GSLXDV_FAILED);  // rather than wrap to 0
   EXPECT_EQ(m.skip_depth, UINT16_MAX);
-}
-
-TEST(ReaderMachineTest, TextCopyStopsAtANulByteButKeepsTheLength) {
-  Machine machine;
-  machine.m.state = GSLXDV_STATE_VALUE;
-  ASSERT_EQ(sax_characters(&machine.m, "a\0b", 3), GSLXDV_OK);
-  ASSERT_EQ(machine.m.text_length, 3u);
-  EXPECT_EQ(std::string(machine.m.text, 4), std::string("a\0\0\0", 4));
-}
-
-// Text that decodes to nothing is refused, and none of it stays pending.
-TEST(ReaderMachineTest, UndecodableTextIsRefusedAndDropped) {
-  Machine machine;
-  machine.m.state = GSLXDV_STATE_VALUE;
-  machine.m.base64 = 1;
-  EXPECT_EQ(sax_characters(&machine.m, "!!!", 3), GSLXDV_BAD_BASE64);
-  EXPECT_EQ(machine.m.text, nullptr);
 }
 
 // ---- Memory -------------------------------------------------------------------------

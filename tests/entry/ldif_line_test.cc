@@ -36,7 +36,7 @@ const LineCase kLines[] = {
     {"LeadingTab", "cn", "\tx", "cn:: CXg=\n"},
     {"NulAfterAnOffendingByteIsBase64", "cn", std::string("a\x01\0", 3), "cn:: YQEA\n"},
     {"HighByteFirst", "x", std::string("\x80", 1) + "oobar", "x:: gG9vYmFy\n"},
-    {"ControlByteAfterAWordOfText", "cn", "01234567\x01", "cn:: MDEyMzQ1NjcB\n"},
+    {"ControlByteInsideAWordOfText", "cn", "abc\x01" "defg", "cn:: YWJjAWRlZmc=\n"},
     // Exactly filling the first line does not start an empty continuation.
     {"FirstLineHolds78", "cn", std::string(74, 'x'), "cn: " + std::string(74, 'x') + "\n"},
     {"The79thCharacterContinues", "cn", std::string(75, 'x'), "cn: " + std::string(74, 'x') + "\n x\n"},
