@@ -94,14 +94,12 @@ INSTANTIATE_TEST_SUITE_P(Switches, DecisionTest,
 
 TEST_F(LogTest, HookReceivesEveryLineInsteadOfLog) {
   ASSERT_EQ(gslutsSetTraceHook(ctx_, captureHook), GSLUF_OK);
-  EXPECT_EQ(ctx_->trace_hook_on, 1u);
   const int32_t n = 3;
   EXPECT_EQ(gslutcTraceWithCtx(ctx_, 0x4000, "error %d\n", GSLUF_ARG_INT32_PTR, &n, 0), 0u);
   EXPECT_EQ(gslu::trace(ctx_, 1, "detail %s\n", "x"), 0u);  // not wanted, still hooked
   EXPECT_EQ(g_hooked, (std::vector<std::string>{"16384 error %d\n1", "1 detail %s\n1"}));
   EXPECT_FALSE(std::filesystem::exists(logPath()));
   ASSERT_EQ(gslutsSetTraceHook(ctx_, nullptr), GSLUF_OK);
-  EXPECT_EQ(ctx_->trace_hook_on, 0u);
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "logged"), 0u);
   EXPECT_EQ(g_hooked.size(), 2u);
   EXPECT_TRUE(std::filesystem::exists(logPath()));
@@ -137,7 +135,6 @@ TEST_F(LogTest, ErrorLineCreatesTimeStampedLogFile) {
   }
   EXPECT_EQ(lines, (std::vector<std::string>{" * error 7 in o=ex", " * value=<null arg>",
                                              " * 100% done %d"}));
-  EXPECT_NE(ctx_->log_stamp_format, nullptr);
 }
 
 TEST_F(LogTest, ExistingLogFileIsAppendedToAndADeletedOneRecreated) {
@@ -154,7 +151,6 @@ TEST_F(LogTest, ExistingLogFileIsAppendedToAndADeletedOneRecreated) {
 TEST_F(LogTest, UnsetHomeDropsLine) {
   env_.set("VESTRA_HOME", std::nullopt);
   EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "dropped"), static_cast<uint32_t>(GSLUF_WRITE_FAILED));
-  EXPECT_EQ(ctx_->log_file, nullptr);
   EXPECT_TRUE(std::filesystem::is_empty(home_.path() + "/ldap/log"));
 }
 
@@ -181,8 +177,6 @@ struct NameCase {
   std::string name;  // "<pid>" stands for the process id; empty: no file
 };
 
-void PrintTo(const NameCase &c, std::ostream *os) { *os << "component " << int{c.component}; }
-
 class LogNameTest : public LogTest, public ::testing::WithParamInterface<NameCase> {};
 
 TEST_P(LogNameTest, ComponentChoosesFileName) {
@@ -197,10 +191,7 @@ TEST_P(LogNameTest, ComponentChoosesFileName) {
   }
   ASSERT_EQ(status, GSLUF_OK);
   std::string name = c.name;
-  if (const auto at = name.find("<pid>"); at != std::string::npos) {
-    name.replace(at, 5, std::to_string(getpid()));
-  }
-  EXPECT_STREQ(static_cast<const char *>(ctx_->log_name), name.c_str());
+  if (const auto at = name.find("<pid>"); at != std::string::npos) name.replace(at, 5, std::to_string(getpid()));
   EXPECT_TRUE(std::filesystem::exists(home_.path() + "/ldap/log/" + name));
 }
 
@@ -213,10 +204,9 @@ INSTANTIATE_TEST_SUITE_P(Table, LogNameTest,
                                            NameCase{200, 0, "qdrldapd00s<pid>.log"}),
                          [](const auto &info) {
                            const NameCase &c = info.param;
-                           return c.name.empty() ? "Component" + std::to_string(c.component) +
-                                                       "NameWithoutItsArgumentGetsNoFileDeliberately"
-                                                 : "Component" + std::to_string(c.component) +
-                                                       "Instance" + std::to_string(c.instance);
+                           return "Component" + std::to_string(c.component) +
+                                  (c.name.empty() ? "NameWithoutItsArgumentGetsNoFileDeliberately"
+                                                  : "Instance" + std::to_string(c.instance));
                          });
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <string>
@@ -106,20 +105,14 @@ struct DocumentCase {
 
 void PrintTo(const DocumentCase &c, std::ostream *os) { *os << c.name; }
 
+// The documents of the golden cases (prefixes and letter case, schema and
+// unknown elements, missing names, undecodable text, malformed XML) are not
+// repeated here.
 const DocumentCase kDocuments[] = {
-    {"Prefixed",
-     "<?xml version=\"1.0\"?><dsml:dsml xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:directory-entries>"
-     "<dsml:entry dsml:dn=\"cn=x\"><dsml:attr dsml:name=\"sn\"><dsml:value>X</dsml:value></dsml:attr>"
-     "</dsml:entry></dsml:directory-entries></dsml:dsml>",
-     {GSLXDV_OK, {"cn=x|sn=X"}}},
     {"SeveralColonsMatchOnTheLastPart",
      "<a:b:dsml xmlns:a=\"urn:a\"><a:b:directory-entries><x:y:z:entry x:y:dn=\"cn=x\"><q:r:attr q:r:name=\"sn\">"
      "<s:t:value>X</s:t:value></q:r:attr></x:y:z:entry><a:entry:x dn=\"cn=no\"/></a:b:directory-entries></a:b:dsml>",
      {GSLXDV_OK, {"cn=x|sn=X"}}},
-    {"AnyLetterCase",
-     "<DSML><Directory-Entries><ENTRY DN=\"cn=x\"><ObjectClass><OC-Value>top</OC-Value></ObjectClass>"
-     "<Attr NAME=\"mail\"><VALUE Encoding=\"b64\">YUBi</VALUE></Attr></ENTRY></Directory-Entries></DSML>",
-     {GSLXDV_OK, {"cn=x|objectclass=top|mail=a@b"}}},
     {"ValuesKeptExactlyInDocumentOrder",
      inEntries("<entry dn=\"cn=a\">x<attr name=\"d\"> <value> a&amp;b&#x41;<![CDATA[<c>]]>d<!--x-->\n</value><value/>"
                "<value>\xc3\xa9</value></attr><objectclass><oc-value/></objectclass><attr name=\"e\"/></entry>"
@@ -129,17 +122,6 @@ const DocumentCase kDocuments[] = {
      inEntry("<attr name=\"d\"><value encoding=\"base64\">QW5u\n IExl ZQ==</value><value encoding=\"\">AAEC/w==</value>"
              "<value>QW5u</value></attr><objectclass><oc-value encoding=\"base64\">dG9w</oc-value></objectclass>"),
      {GSLXDV_OK, {"cn=a|d=Ann Lee," + kBytes + ",QW5u|objectclass=dG9w"}}},
-    {"SchemaAndUnknownElementsYieldNothing",
-     "<dsml><directory-schema><class id=\"p\"><name>person</name><description>d</description>"
-     "<object-identifier>2.5.6.6</object-identifier><attribute ref=\"#cn\"/><other>x</other></class>"
-     "<attribute-type id=\"cn\"><name>cn</name><syntax>1.3</syntax><equality>e</equality><ordering>o</ordering>"
-     "<substring>s</substring></attribute-type></directory-schema><extra><entry dn=\"cn=no\"/></extra>"
-     "<entry dn=\"cn=no\"/><directory-entries><entry dn=\"cn=a\"><description><attr name=\"no\"/></description>"
-     "<attr name=\"d\"><junk>no</junk><value>v</value></attr></entry><extra/></directory-entries></dsml>",
-     {GSLXDV_OK, {"cn=a|d=v"}}},
-    {"MissingDnFails", inEntries("<entry dn=\"cn=a\"/><entry name=\"cn=b\"/><entry dn=\"cn=c\"/>"),
-     {GSLXDV_FAILED, {"cn=a"}}},
-    {"MissingAttrNameFails", inEntry("<attr><value>v</value></attr>"), {GSLXDV_FAILED, {}}},
     {"EmptyAttrNameFails", inEntry("<attr name=\"\"/>"), {GSLXDV_FAILED, {}}},
     // Character references put line breaks into a name; such a name fails
     // the document, while odd but harmless names are kept as written.
@@ -151,12 +133,6 @@ const DocumentCase kDocuments[] = {
      {GSLXDV_FAILED, {}}},
     {"OddAttrNamesAreKept", inEntry("<attr name=\"a:b c\"><value>v</value></attr><attr name=\"dnQualifier\"/>"),
      {GSLXDV_OK, {"cn=a|a:b c=v|dnQualifier="}}},
-    {"UndecodableBase64Fails",
-     inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"><attr name=\"d\"><value encoding=\"x\">!!!</value></attr></entry>"),
-     {GSLXDV_FAILED, {"cn=a"}}},
-    {"MalformedXmlFailsAfterTheEntriesBeforeIt",
-     inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"/><entry dn=\"cn=c\"><attr name=\"d\"></entry>"),
-     {GSLXDV_FAILED, {"cn=a", "cn=b"}}},
     {"CallbackRefusalStopsTheDocument", inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"/><entry dn=\"cn=c\"/>"),
      {GSLXDV_FAILED, {"cn=a", "cn=b"}}, 1},
     // Kept oddities. Of a value in pieces only the last is kept, and only the
@@ -168,9 +144,11 @@ const DocumentCase kDocuments[] = {
      inEntry("<attr name=\"d\"><value encoding=\"b\"/><value>QUJD</value><value>QUJD</value></attr>"),
      {GSLXDV_OK, {"cn=a|d=,ABC,QUJD"}}},
     // The skip of x ends at the inner </X>; the outer </x> then closes the
-    // entry early, and the closing tags after it pop states until none is left.
+    // entry early. The skip's count stays above zero, so the next entry is
+    // only counted, and the closing tags pop states until none is left.
     {"SkipEndsEarlyAtANestedElementOfTheSameName",
-     inEntries("<entry dn=\"cn=a\"><x><X/></x><attr name=\"cn\"><value>v</value></attr></entry><entry dn=\"cn=b\"/>"),
+     inEntries("<entry dn=\"cn=a\"><x><X/></x><entry dn=\"cn=b\"/><attr name=\"cn\"><value>v</value></attr></entry>"
+               "<entry dn=\"cn=c\"/>"),
      {GSLXDV_FAILED, {"cn=a"}}},
 };
 
@@ -215,20 +193,10 @@ TEST(ReaderApiTest, ParseAndCleanupAreRefusedFromTheCallback) {
   EXPECT_EQ(inner, std::vector<int32_t>(2 * std::size(kChunkSizes), GSLXDV_FAILED));
 }
 
-// The fuzzer's seeds: a control byte, then a document that every chunk size
-// reads alike, to its end or to a clean failure.
-TEST(ReaderApiTest, FuzzSeedsReadAlikeInEveryChunkSize) {
-  Reader reader;
-  size_t seeds = 0;
-  for (const auto &seed : std::filesystem::directory_iterator(QUILLOMAT_SOURCE_DIR "/fuzz/corpus/reader")) {
-    const Outcome o = reader.parseInChunks(qtest::readFile(seed.path()).substr(1));
-    EXPECT_TRUE(o.status == GSLXDV_OK || o.status == GSLXDV_FAILED) << seed.path();
-    ++seeds;
-  }
-  EXPECT_GE(seeds, 4u);
-}
-
 // ---- The machine, event by event -------------------------------------------------
+// The guards no test document reaches: a closing tag with no state to pop
+// and a skip 65535 elements deep. (Text with a NUL byte cannot come from an
+// XML document; undecodable text is golden case 008.)
 
 struct Machine {
   Machine() {
@@ -261,24 +229,6 @@ TEST(ReaderMachineTest, EmptyStackAndSkipCountLimitFail) {
   m.skip_depth = UINT16_MAX;
   EXPECT_EQ(sax_startElement(&m, "y", nullptr), GSLXDV_FAILED);  // rather than wrap to 0
   EXPECT_EQ(m.skip_depth, UINT16_MAX);
-}
-
-TEST(ReaderMachineTest, TextCopyStopsAtANulByteButKeepsTheLength) {
-  Machine machine;
-  machine.m.state = GSLXDV_STATE_VALUE;
-  ASSERT_EQ(sax_characters(&machine.m, "a\0b", 3), GSLXDV_OK);
-  ASSERT_EQ(machine.m.text_length, 3u);
-  EXPECT_EQ(std::string(machine.m.text, 4), std::string("a\0\0\0", 4));
-}
-
-// Text that decodes to nothing is refused, and none of it stays pending.
-TEST(ReaderMachineTest, UndecodableTextIsRefusedAndDropped) {
-  Machine machine;
-  machine.m.state = GSLXDV_STATE_VALUE;
-  machine.m.base64 = 1;
-  EXPECT_EQ(sax_characters(&machine.m, "!!!", 3), GSLXDV_BAD_BASE64);
-  EXPECT_EQ(machine.m.text_pending, 0);
-  EXPECT_EQ(machine.m.text_length, 0u);
 }
 
 // ---- Memory -------------------------------------------------------------------------

