@@ -28,25 +28,27 @@ class Random {
   }
   uint32_t below(uint32_t n) { return static_cast<uint32_t>(next() % n); }
   template <std::size_t N>
-  const char *pick(const char *const (&list)[N]) { return list[below(N)]; }
+  const char *pick(const char *const (&list)[N]) {
+    return list[below(N)];
+  }
 
  private:
   uint64_t state_;
 };
 
 constexpr const char *kGivenNames[] = {
-    "Ann",   "Bob",     "Chloé",  "Dmitri", "Émile",  "Fatima", "Günther", "Hiroshi",
-    "Inés",  "Jürgen",  "Kaito",  "Léa",    "Marta",  "Nikolaj", "Olga",   "Pedro",
-    "Quinn", "Renée",   "Søren",  "Tomás",  "Ulla",   "Václav", "Wei",     "Xiadani",
-    "Yusuf", "Zoë",     "李",     "Σοφία",  "Анна",   "محمد",   "John",    "Mary"};
+    "Ann",   "Bob",    "Chloé", "Dmitri", "Émile", "Fatima",  "Günther", "Hiroshi",
+    "Inés",  "Jürgen", "Kaito", "Léa",    "Marta", "Nikolaj", "Olga",    "Pedro",
+    "Quinn", "Renée",  "Søren", "Tomás",  "Ulla",  "Václav",  "Wei",     "Xiadani",
+    "Yusuf", "Zoë",    "李",    "Σοφία",  "Анна",  "محمد",    "John",    "Mary"};
 constexpr const char *kSurnames[] = {
-    "Lee",     "Smith",  "Müller",  "García", "Dubois",  "Rossi",   "Nowak",  "Hansen",
-    "Yamada",  "Kowalczyk", "Ødegård", "Brontë", "Çelik", "Nguyễn", "Ivanova", "Papadopoulos",
-    "O'Brien", "Jones",  "Schröder", "Åberg", "Wang",    "Kim",     "Silva",  "Novák"};
-constexpr const char *kTitles[] = {"Engineer", "Senior Engineer", "Manager", "Director",
+    "Lee",     "Smith",     "Müller",   "García", "Dubois", "Rossi",  "Nowak",   "Hansen",
+    "Yamada",  "Kowalczyk", "Ødegård",  "Brontë", "Çelik",  "Nguyễn", "Ivanova", "Papadopoulos",
+    "O'Brien", "Jones",     "Schröder", "Åberg",  "Wang",   "Kim",    "Silva",   "Novák"};
+constexpr const char *kTitles[] = {"Engineer", "Senior Engineer", "Manager",   "Director",
                                    "Analyst",  "Consultant",      "Architect", "Technician"};
-constexpr const char *kDepartments[] = {"Sales", "Research", "Operations", "Finance",
-                                        "Support", "Legal", "Marketing"};
+constexpr const char *kDepartments[] = {"Sales",   "Research", "Operations", "Finance",
+                                        "Support", "Legal",    "Marketing"};
 constexpr const char *kWords[] = {"directory", "service", "account", "project", "team",
                                   "member",    "remote",  "office",  "region",  "contract",
                                   "access",    "granted", "since",   "review",  "pending"};
@@ -99,10 +101,11 @@ void appendEntry(std::string &out, Random &rng, uint64_t n) {
   out += ",ou=";
   out += department;
   out += ",dc=example,dc=com\">\n";
-  out += "  <dsml:objectclass><dsml:oc-value>top</dsml:oc-value>"
-         "<dsml:oc-value>person</dsml:oc-value>"
-         "<dsml:oc-value>organizationalPerson</dsml:oc-value>"
-         "<dsml:oc-value>inetOrgPerson</dsml:oc-value></dsml:objectclass>\n";
+  out +=
+      "  <dsml:objectclass><dsml:oc-value>top</dsml:oc-value>"
+      "<dsml:oc-value>person</dsml:oc-value>"
+      "<dsml:oc-value>organizationalPerson</dsml:oc-value>"
+      "<dsml:oc-value>inetOrgPerson</dsml:oc-value></dsml:objectclass>\n";
   appendAttr(out, "uid", uid);
   appendAttr(out, "cn", cn);
   appendAttr(out, "sn", surname);
@@ -144,9 +147,21 @@ void appendEntry(std::string &out, Random &rng, uint64_t n) {
   unsigned long long v = std::strtoull(text, &end, 10);
   if (end == text) return false;
   switch (*end) {
-    case 'K': case 'k': v <<= 10; ++end; break;
-    case 'M': case 'm': v <<= 20; ++end; break;
-    case 'G': case 'g': v <<= 30; ++end; break;
+    case 'K':
+    case 'k':
+      v <<= 10;
+      ++end;
+      break;
+    case 'M':
+    case 'm':
+      v <<= 20;
+      ++end;
+      break;
+    case 'G':
+    case 'g':
+      v <<= 30;
+      ++end;
+      break;
     default: break;
   }
   if (*end != '\0') return false;

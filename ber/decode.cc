@@ -24,16 +24,16 @@ using gsle::traceNoMemory;
 using gslu::ContextFree;
 using gslu::Owned;
 
-constexpr uint8_t kTagNumberMask = 0x1f;     // all 1: high tag number form
-constexpr uint8_t kMoreBit = 0x80;           // another tag byte follows
+constexpr uint8_t kTagNumberMask = 0x1f;  // all 1: high tag number form
+constexpr uint8_t kMoreBit = 0x80;        // another tag byte follows
 constexpr uint32_t kMaxTagBytes = 4;
-constexpr uint8_t kLongFormBit = 0x80;       // length bytes follow
+constexpr uint8_t kLongFormBit = 0x80;  // length bytes follow
 constexpr uint8_t kLengthCountMask = 0x7f;
 constexpr uint32_t kMaxLengthBytes = 4;
 constexpr uint32_t kMaxIntBytes = 4;
 constexpr uint32_t kMaxUnusedBits = 7;
 constexpr uint32_t kBitsPerByte = 8;
-constexpr uint64_t kMaxBlock = UINT32_MAX;   // the allocator takes 32-bit sizes
+constexpr uint64_t kMaxBlock = UINT32_MAX;  // the allocator takes 32-bit sizes
 
 // Appends byte to a big-endian number held in 32 bits; the bound is checked
 // before the shift, so no byte is ever shifted out. False when the number
@@ -51,7 +51,8 @@ constexpr uint64_t kMaxBlock = UINT32_MAX;   // the allocator takes 32-bit sizes
 
 // Reads exactly count bytes; false (having read what there was) otherwise.
 [[nodiscard]] bool readExactly(gsluctx *ctx, gsleBerElement *ber, void *bytes, uint32_t count) {
-  return count <= INT32_MAX && gsleioCBerRead(ctx, ber, bytes, count) == static_cast<int32_t>(count);
+  return count <= INT32_MAX &&
+         gsleioCBerRead(ctx, ber, bytes, count) == static_cast<int32_t>(count);
 }
 
 // The length that follows a tag; false when it is malformed or longer than
@@ -222,7 +223,8 @@ uint32_t gsledeIBerGetBitstringa(gsluctx *ctx, gsleBerElement *ber, char **bytes
   const uint64_t bit_count = uint64_t{count} * kBitsPerByte - unused;
   if (bit_count > UINT32_MAX) return kErrorTag;
   // One byte at least, so that an empty bit string is a block too.
-  Owned<char> copy(static_cast<char *>(gslummMalloc(ctx, count == 0 ? 1 : count)), ContextFree{ctx});
+  Owned<char> copy(static_cast<char *>(gslummMalloc(ctx, count == 0 ? 1 : count)),
+                   ContextFree{ctx});
   if (copy == nullptr) {
     traceNoMemory(ctx);
     return kErrorTag;
@@ -297,15 +299,15 @@ namespace {
 
 // The arguments one format letter consumes, by the types the letter takes.
 struct ScanArgs {
-  char **text = nullptr;                 // a, B (bytes)
-  struct berval **value = nullptr;       // O
-  struct berval *in_place = nullptr;     // o
-  char *buffer = nullptr;                // s
-  uint32_t *length = nullptr;            // s (in/out), l, B (bits)
-  int32_t *number = nullptr;             // b e i
-  uint32_t *tag = nullptr;               // t T
-  char ***strings = nullptr;             // v
-  struct berval ***values = nullptr;     // V
+  char **text = nullptr;              // a, B (bytes)
+  struct berval **value = nullptr;    // O
+  struct berval *in_place = nullptr;  // o
+  char *buffer = nullptr;             // s
+  uint32_t *length = nullptr;         // s (in/out), l, B (bits)
+  int32_t *number = nullptr;          // b e i
+  uint32_t *tag = nullptr;            // t T
+  char ***strings = nullptr;          // v
+  struct berval ***values = nullptr;  // V
 };
 
 // Reads the arguments of letter from ap; false for a letter that is not in
@@ -319,16 +321,24 @@ struct ScanArgs {
       a.buffer = va_arg(ap, char *);
       a.length = va_arg(ap, ber_len_t *);
       return true;
-    case 'b': case 'e': case 'i': a.number = va_arg(ap, ber_int_t *); return true;
+    case 'b':
+    case 'e':
+    case 'i': a.number = va_arg(ap, ber_int_t *); return true;
     case 'B':
       a.text = va_arg(ap, char **);
       a.length = va_arg(ap, ber_len_t *);
       return true;
     case 'l': a.length = va_arg(ap, ber_len_t *); return true;
-    case 't': case 'T': a.tag = va_arg(ap, ber_tag_t *); return true;
+    case 't':
+    case 'T': a.tag = va_arg(ap, ber_tag_t *); return true;
     case 'v': a.strings = va_arg(ap, char ***); return true;
     case 'V': a.values = va_arg(ap, struct berval ***); return true;
-    case 'n': case 'x': case '{': case '[': case '}': case ']': return true;
+    case 'n':
+    case 'x':
+    case '{':
+    case '[':
+    case '}':
+    case ']': return true;
     default: return false;
   }
 }
@@ -401,14 +411,16 @@ template <class T, class Get, class Release>
     }
     case 's': return gsledeFBerGetStringb(ctx, ber, a.buffer, a.length);
     case 'b': return gsledeKBerGetBoolean(ctx, ber, a.number);
-    case 'e': case 'i': return gsledeEBerGetInt(ctx, ber, a.number);
+    case 'e':
+    case 'i': return gsledeEBerGetInt(ctx, ber, a.number);
     case 'B': return gsledeIBerGetBitstringa(ctx, ber, a.text, a.length);
     case 'n': return gsledeJBerGetNull(ctx, ber);
     case 'l': {
       if (a.length == nullptr) return kErrorTag;
       return gsledeCBerPeekTag(ctx, ber, a.length);
     }
-    case 't': case 'T': {
+    case 't':
+    case 'T': {
       if (a.tag == nullptr) return kErrorTag;
       const uint32_t tag = letter == 't' ? gsledeCBerPeekTag(ctx, ber, &length)
                                          : gsledeBBerSkipTag(ctx, ber, &length);
@@ -422,7 +434,8 @@ template <class T, class Get, class Release>
       if (tag != kErrorTag) ber->ptr += length;  // within the element: checked by the skip
       return tag;
     }
-    case '{': case '[': return gsledeBBerSkipTag(ctx, ber, &length);
+    case '{':
+    case '[': return gsledeBBerSkipTag(ctx, ber, &length);
     default: return std::nullopt;  // '}' and ']': the content was read in order
   }
 }

@@ -35,7 +35,8 @@ void formatLine(const uint8_t *bytes, uint32_t count, char (&line)[kLineSize]) {
     *out++ = ' ';
   }
   *out++ = ' ';
-  for (uint32_t i = 0; i < count; ++i) *out++ = isPrintable(bytes[i]) ? static_cast<char>(bytes[i]) : kNotPrintable;
+  for (uint32_t i = 0; i < count; ++i)
+    *out++ = isPrintable(bytes[i]) ? static_cast<char>(bytes[i]) : kNotPrintable;
   *out = '\0';
 }
 

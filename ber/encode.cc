@@ -18,7 +18,16 @@ using gsle::kDefaultTag;
 using gsle::kFailed;
 
 // The universal tags an element takes when its tag is LBER_DEFAULT.
-enum Universal { kInteger, kEnumerated, kOctetString, kNull, kBoolean, kBitString, kSequence, kSet };
+enum Universal {
+  kInteger,
+  kEnumerated,
+  kOctetString,
+  kNull,
+  kBoolean,
+  kBitString,
+  kSequence,
+  kSet
+};
 constexpr uint32_t kUniversalTag[] = {
     /* INTEGER      */ LBER_INTEGER,
     /* ENUMERATED   */ LBER_ENUMERATED,
@@ -31,10 +40,12 @@ constexpr uint32_t kUniversalTag[] = {
 };
 static_assert(sizeof kUniversalTag / sizeof kUniversalTag[0] == kSet + 1);
 
-uint32_t tagOr(uint32_t tag, Universal type) { return tag == kDefaultTag ? kUniversalTag[type] : tag; }
+uint32_t tagOr(uint32_t tag, Universal type) {
+  return tag == kDefaultTag ? kUniversalTag[type] : tag;
+}
 
-constexpr uint32_t kMaxShortLength = 127;       // one length byte
-constexpr uint8_t kLongFormBit = 0x80;          // 0x80 + n: n length bytes follow
+constexpr uint32_t kMaxShortLength = 127;  // one length byte
+constexpr uint8_t kLongFormBit = 0x80;     // 0x80 + n: n length bytes follow
 constexpr uint32_t kMaxLengthBytes = 4;
 constexpr uint8_t kBooleanTrue = 0xff;
 constexpr uint8_t kBooleanFalse = 0x00;
@@ -55,7 +66,8 @@ void encodeLength(uint32_t length, uint32_t size, uint8_t (&out)[GSLE_LONG_LENGT
   }
   const uint32_t count = size - 1;
   out[0] = static_cast<uint8_t>(kLongFormBit | count);
-  for (uint32_t i = 0; i < count; ++i) out[1 + i] = static_cast<uint8_t>(length >> (8 * (count - 1 - i)));
+  for (uint32_t i = 0; i < count; ++i)
+    out[1 + i] = static_cast<uint8_t>(length >> (8 * (count - 1 - i)));
 }
 
 void encodeTag(uint32_t tag, uint32_t size, uint8_t (&out)[4]) {
@@ -145,7 +157,8 @@ int32_t gsleenEBerPutIntOrEnum(gsluctx *ctx, gsleBerElement *ber, int32_t value,
   const auto bits = static_cast<uint32_t>(value);
   const uint32_t length = integerLength(bits);
   uint8_t content[kMaxIntBytes];
-  for (uint32_t i = 0; i < length; ++i) content[i] = static_cast<uint8_t>(bits >> (8 * (length - 1 - i)));
+  for (uint32_t i = 0; i < length; ++i)
+    content[i] = static_cast<uint8_t>(bits >> (8 * (length - 1 - i)));
   return putPrimitive(ctx, ber, tag, content, length);
 }
 
@@ -178,10 +191,12 @@ int32_t gsleenJBerPutBitstring(gsluctx *ctx, gsleBerElement *ber, const void *by
   const uint64_t byte_count = (uint64_t{bits} + kBitsPerByte - 1) / kBitsPerByte;
   if (byte_count + 1 > kMaxResult - kMaxHeader) return kFailed;
   const auto unused = static_cast<uint8_t>(byte_count * kBitsPerByte - bits);
-  const int32_t header = putHeader(ctx, ber, tagOr(tag, kBitString), static_cast<uint32_t>(byte_count + 1));
+  const int32_t header =
+      putHeader(ctx, ber, tagOr(tag, kBitString), static_cast<uint32_t>(byte_count + 1));
   if (header == kFailed) return kFailed;
   if (gsleioDBerWrite(ctx, ber, &unused, 1, 0) == kFailed) return kFailed;
-  if (gsleioDBerWrite(ctx, ber, bytes, static_cast<uint32_t>(byte_count), 0) == kFailed) return kFailed;
+  if (gsleioDBerWrite(ctx, ber, bytes, static_cast<uint32_t>(byte_count), 0) == kFailed)
+    return kFailed;
   return header + 1 + static_cast<int32_t>(byte_count);
 }
 
@@ -253,7 +268,8 @@ int32_t gsleenPBerPutSeqorset(gsluctx *ctx, gsleBerElement *ber) {
     unsigned char *at = record->start;
     std::memcpy(at, tag_bytes, tag_size);
     std::memcpy(at + tag_size, length_bytes, length_size);
-    if (length_size != GSLE_LONG_LENGTH_SIZE) std::memmove(at + tag_size + length_size, content, length);
+    if (length_size != GSLE_LONG_LENGTH_SIZE)
+      std::memmove(at + tag_size + length_size, content, length);
     record->outer->length += static_cast<uint32_t>(total);
     record->outer->pos += total;
   }
@@ -271,20 +287,23 @@ namespace {
 
 // The arguments one format letter consumes.
 struct PrintArgs {
-  int32_t number = 0;                   // b e i
-  const char *bytes = nullptr;          // o s B
-  uint32_t length = 0;                  // o (bytes), B (bits)
-  uint32_t tag = 0;                     // t
-  char **strings = nullptr;             // v
-  struct berval **values = nullptr;     // V
+  int32_t number = 0;                // b e i
+  const char *bytes = nullptr;       // o s B
+  uint32_t length = 0;               // o (bytes), B (bits)
+  uint32_t tag = 0;                  // t
+  char **strings = nullptr;          // v
+  struct berval **values = nullptr;  // V
 };
 
 // Reads the arguments of letter from ap; false for a letter that is not in
 // the format table (nothing is read then).
 [[nodiscard]] bool readPrintArgs(char letter, va_list &ap, PrintArgs &args) {
   switch (letter) {
-    case 'b': case 'e': case 'i': args.number = va_arg(ap, int); return true;
-    case 'o': case 'B':
+    case 'b':
+    case 'e':
+    case 'i': args.number = va_arg(ap, int); return true;
+    case 'o':
+    case 'B':
       args.bytes = va_arg(ap, const char *);
       args.length = va_arg(ap, ber_len_t);
       return true;
@@ -292,7 +311,11 @@ struct PrintArgs {
     case 't': args.tag = va_arg(ap, ber_tag_t); return true;
     case 'v': args.strings = va_arg(ap, char **); return true;
     case 'V': args.values = va_arg(ap, struct berval **); return true;
-    case 'n': case '{': case '[': case '}': case ']': return true;
+    case 'n':
+    case '{':
+    case '[':
+    case '}':
+    case ']': return true;
     default: return false;
   }
 }
@@ -327,7 +350,8 @@ template <class T, class Put>
       ber->hold_tag = 1;
       return std::nullopt;
     case 'v':
-      return putEach(a.strings, [&](const char *s) { return gsleenIBerPutString(ctx, ber, s, tag); });
+      return putEach(a.strings,
+                     [&](const char *s) { return gsleenIBerPutString(ctx, ber, s, tag); });
     case 'V':
       return putEach(a.values, [&](const struct berval *v) {
         return gsleenHBerPutOstring(ctx, ber, v->bv_val, v->bv_len, tag);

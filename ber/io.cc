@@ -18,7 +18,9 @@ using gsle::traceNoMemory;
 // The allocator takes 32-bit sizes.
 constexpr uint64_t kMaxBuffer = UINT32_MAX;
 
-uint32_t bufferSize(const gsleBerElement *ber) { return static_cast<uint32_t>(ber->end - ber->buf); }
+uint32_t bufferSize(const gsleBerElement *ber) {
+  return static_cast<uint32_t>(ber->end - ber->buf);
+}
 
 bool ownsBuffer(const gsleBerElement *ber) {
   return ber->buf != nullptr && (ber->flags & GSLE_FLAG_INLINE_BUFFER) == 0;
@@ -168,7 +170,8 @@ int32_t gsleioPBerFlatten(gsluctx *ctx, const gsleBerElement *ber, struct berval
   // Detect and prevent integer overflow: the copy and its NUL in 32 bits.
   if (uint64_t{length} + 1 > kMaxBuffer) return kFailed;
   gslu::Owned<struct berval> bv(gsle::allocateZeroed<struct berval>(ctx), gslu::ContextFree{ctx});
-  gslu::Owned<char> bytes(static_cast<char *>(gslummMalloc(ctx, length + 1)), gslu::ContextFree{ctx});
+  gslu::Owned<char> bytes(static_cast<char *>(gslummMalloc(ctx, length + 1)),
+                          gslu::ContextFree{ctx});
   if (bv == nullptr || bytes == nullptr) {
     if (bytes == nullptr) traceNoMemory(ctx);
     return kFailed;

@@ -36,66 +36,63 @@ extern "C" {
 #endif
 
 /* Results shared by the element functions. */
-enum {
-    GSLE_OK = 0,
-    GSLE_FAILED = -1
-};
+enum { GSLE_OK = 0, GSLE_FAILED = -1 };
 
 /* Sizes of the element. */
 enum {
-    GSLE_BLOCK_SIZE = 1024,     /* the inline buffer, and the growth step */
-    GSLE_INLINE_RECORDS = 8,    /* sequence/set records kept in the element */
-    GSLE_LONG_LENGTH_SIZE = 5   /* 0x84 and four length bytes */
+  GSLE_BLOCK_SIZE = 1024,   /* the inline buffer, and the growth step */
+  GSLE_INLINE_RECORDS = 8,  /* sequence/set records kept in the element */
+  GSLE_LONG_LENGTH_SIZE = 5 /* 0x84 and four length bytes */
 };
 
 /* Option bits, given at creation. */
 enum {
-    GSLE_OPT_SHORT_LENGTHS = LBER_USE_DER /* shortest SEQUENCE/SET lengths */
+  GSLE_OPT_SHORT_LENGTHS = LBER_USE_DER /* shortest SEQUENCE/SET lengths */
 };
 
 /* Flag bits. */
 enum {
-    GSLE_FLAG_INLINE_BUFFER = 0x1 /* buf is the element's inline buffer */
+  GSLE_FLAG_INLINE_BUFFER = 0x1 /* buf is the element's inline buffer */
 };
 
 /* Modes of gsleioMBerReset and gsleioNBerDump. */
 enum {
-    GSLE_WAS_READING = 0,
-    GSLE_WAS_WRITING = 1,
-    GSLE_DUMP_WRITTEN = 0,  /* the bytes from buf to ptr */
-    GSLE_DUMP_REMAINING = 1 /* the bytes from ptr to end */
+  GSLE_WAS_READING = 0,
+  GSLE_WAS_WRITING = 1,
+  GSLE_DUMP_WRITTEN = 0,  /* the bytes from buf to ptr */
+  GSLE_DUMP_REMAINING = 1 /* the bytes from ptr to end */
 };
 
 /* Trace levels of the codec. */
 enum {
-    GSLE_TRACE_BER = 64,          /* dumps, unknown format letters */
-    GSLE_TRACE_MEMORY = 0x1000000 /* allocation failures */
+  GSLE_TRACE_BER = 64,          /* dumps, unknown format letters */
+  GSLE_TRACE_MEMORY = 0x1000000 /* allocation failures */
 };
 
 /* One open SEQUENCE or SET. Its content is written at pos; its tag and
  * length go to start when it is closed, so start + tag length + 5 bytes
  * were left free for them when it was opened. */
 typedef struct gsleSeqorset {
-    uint32_t length;             /* content bytes written so far */
-    uint32_t tag;
-    unsigned char *start;        /* where its tag will go */
-    unsigned char *pos;          /* where its next content byte goes */
-    struct gsleSeqorset *outer;  /* the record it is nested in, or null */
+  uint32_t length; /* content bytes written so far */
+  uint32_t tag;
+  unsigned char *start;       /* where its tag will go */
+  unsigned char *pos;         /* where its next content byte goes */
+  struct gsleSeqorset *outer; /* the record it is nested in, or null */
 } gsleSeqorset;
 
 struct gsleBerElement {
-    unsigned char *buf;          /* buffer start */
-    unsigned char *ptr;          /* writing: top-level end; reading: next byte */
-    unsigned char *end;          /* buffer end (writing) or data end (reading) */
-    gsleSeqorset *sos;           /* innermost open sequence or set, or null */
-    uint32_t tag;                /* pending tag; LBER_DEFAULT: universal */
-    uint32_t hold_tag;           /* pending tag survives the next element once */
-    uint32_t options;            /* GSLE_OPT_* */
-    uint32_t io_state;           /* reserved for the connection fill; reset clears it */
-    uint32_t flags;              /* GSLE_FLAG_* */
-    uint32_t depth;              /* open sequences and sets */
-    gsleSeqorset records[GSLE_INLINE_RECORDS];
-    unsigned char inline_buf[GSLE_BLOCK_SIZE];
+  unsigned char *buf; /* buffer start */
+  unsigned char *ptr; /* writing: top-level end; reading: next byte */
+  unsigned char *end; /* buffer end (writing) or data end (reading) */
+  gsleSeqorset *sos;  /* innermost open sequence or set, or null */
+  uint32_t tag;       /* pending tag; LBER_DEFAULT: universal */
+  uint32_t hold_tag;  /* pending tag survives the next element once */
+  uint32_t options;   /* GSLE_OPT_* */
+  uint32_t io_state;  /* reserved for the connection fill; reset clears it */
+  uint32_t flags;     /* GSLE_FLAG_* */
+  uint32_t depth;     /* open sequences and sets */
+  gsleSeqorset records[GSLE_INLINE_RECORDS];
+  unsigned char inline_buf[GSLE_BLOCK_SIZE];
 };
 typedef struct gsleBerElement gsleBerElement;
 

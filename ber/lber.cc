@@ -15,7 +15,9 @@ extern "C" {
 BerElement *ber_alloc_t(int options) { return gsleioHBerAllocT(nullptr, options); }
 BerElement *ber_init(struct berval *bv) { return gsleioQBerInitBerval(nullptr, bv); }
 void ber_free(BerElement *ber, int freebuf) { gsleioFBerFree(nullptr, ber, freebuf); }
-int ber_flatten(BerElement *ber, struct berval **bvPtr) { return gsleioPBerFlatten(nullptr, ber, bvPtr); }
+int ber_flatten(BerElement *ber, struct berval **bvPtr) {
+  return gsleioPBerFlatten(nullptr, ber, bvPtr);
+}
 void ber_bvfree(struct berval *bv) { gsledeOBerBvfree(nullptr, bv); }
 void ber_dump(BerElement *ber, int inout) { gsleioNBerDump(nullptr, ber, inout); }
 
@@ -32,7 +34,9 @@ int ber_put_seq(BerElement *ber) { return gsleenPBerPutSeqorset(nullptr, ber); }
 int ber_put_ostring(BerElement *ber, const char *str, ber_len_t len, ber_tag_t tag) {
   return gsleenHBerPutOstring(nullptr, ber, str, len, tag);
 }
-int ber_put_int(BerElement *ber, ber_int_t num, ber_tag_t tag) { return gsleenGBerPutInt(nullptr, ber, num, tag); }
+int ber_put_int(BerElement *ber, ber_int_t num, ber_tag_t tag) {
+  return gsleenGBerPutInt(nullptr, ber, num, tag);
+}
 int ber_put_boolean(BerElement *ber, ber_int_t boolval, ber_tag_t tag) {
   return gsleenLBerPutBoolean(nullptr, ber, boolval, tag);
 }
@@ -46,13 +50,21 @@ ber_tag_t ber_scanf(BerElement *ber, const char *fmt, ...) {
 }
 
 ber_tag_t ber_get_tag(BerElement *ber) { return gsledeABerGetTag(nullptr, ber); }
-ber_tag_t ber_peek_tag(BerElement *ber, ber_len_t *len) { return gsledeCBerPeekTag(nullptr, ber, len); }
-ber_tag_t ber_skip_tag(BerElement *ber, ber_len_t *len) { return gsledeBBerSkipTag(nullptr, ber, len); }
-ber_tag_t ber_get_int(BerElement *ber, ber_int_t *num) { return gsledeEBerGetInt(nullptr, ber, num); }
+ber_tag_t ber_peek_tag(BerElement *ber, ber_len_t *len) {
+  return gsledeCBerPeekTag(nullptr, ber, len);
+}
+ber_tag_t ber_skip_tag(BerElement *ber, ber_len_t *len) {
+  return gsledeBBerSkipTag(nullptr, ber, len);
+}
+ber_tag_t ber_get_int(BerElement *ber, ber_int_t *num) {
+  return gsledeEBerGetInt(nullptr, ber, num);
+}
 ber_tag_t ber_get_boolean(BerElement *ber, ber_int_t *boolval) {
   return gsledeKBerGetBoolean(nullptr, ber, boolval);
 }
-ber_tag_t ber_get_ostring(BerElement *ber, struct berval **bv) { return gsledeHBerGetStringal(nullptr, ber, bv); }
+ber_tag_t ber_get_ostring(BerElement *ber, struct berval **bv) {
+  return gsledeHBerGetStringal(nullptr, ber, bv);
+}
 
 // ---- vsx_ldap_ber_* ---------------------------------------------------------------------
 
@@ -73,7 +85,9 @@ int vsx_ldap_ber_printf(BerElement *ber, const char *fmt, ...) {
   return result;
 }
 
-int vsx_ldap_ber_start_seq(BerElement *ber, ber_tag_t tag) { return gsleenNBerStartSeq(nullptr, ber, tag); }
+int vsx_ldap_ber_start_seq(BerElement *ber, ber_tag_t tag) {
+  return gsleenNBerStartSeq(nullptr, ber, tag);
+}
 int vsx_ldap_ber_put_seq(BerElement *ber) { return gsleenPBerPutSeqorset(nullptr, ber); }
 int vsx_ldap_ber_end_seq(BerElement *ber) { return gsleenPBerPutSeqorset(nullptr, ber); }
 int vsx_ldap_ber_put_ostring(BerElement *ber, const char *str, ber_len_t len, ber_tag_t tag) {
@@ -95,9 +109,15 @@ ber_tag_t vsx_ldap_ber_scanf(BerElement *ber, const char *fmt, ...) {
 }
 
 ber_tag_t vsx_ldap_ber_get_tag(BerElement *ber) { return gsledeABerGetTag(nullptr, ber); }
-ber_tag_t vsx_ldap_ber_peek_tag(BerElement *ber, ber_len_t *len) { return gsledeCBerPeekTag(nullptr, ber, len); }
-ber_tag_t vsx_ldap_ber_skip_tag(BerElement *ber, ber_len_t *len) { return gsledeBBerSkipTag(nullptr, ber, len); }
-ber_tag_t vsx_ldap_ber_get_int(BerElement *ber, ber_int_t *num) { return gsledeEBerGetInt(nullptr, ber, num); }
+ber_tag_t vsx_ldap_ber_peek_tag(BerElement *ber, ber_len_t *len) {
+  return gsledeCBerPeekTag(nullptr, ber, len);
+}
+ber_tag_t vsx_ldap_ber_skip_tag(BerElement *ber, ber_len_t *len) {
+  return gsledeBBerSkipTag(nullptr, ber, len);
+}
+ber_tag_t vsx_ldap_ber_get_int(BerElement *ber, ber_int_t *num) {
+  return gsledeEBerGetInt(nullptr, ber, num);
+}
 ber_tag_t vsx_ldap_ber_get_boolean(BerElement *ber, ber_int_t *boolval) {
   return gsledeKBerGetBoolean(nullptr, ber, boolval);
 }

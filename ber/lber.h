@@ -109,8 +109,8 @@ typedef struct gsleBerElement BerElement;
 
 /* A counted byte string; bv_val need not be NUL-terminated. */
 typedef struct berval {
-    ber_len_t bv_len;
-    char *bv_val;
+  ber_len_t bv_len;
+  char *bv_val;
 } BerValue;
 
 #define LBER_ERROR ((ber_tag_t)0xffffffffU)
@@ -165,7 +165,8 @@ QUILLOMAT_EXPORT int ber_start_seq(BerElement *ber, ber_tag_t tag);
  * (also when none is open). */
 QUILLOMAT_EXPORT int ber_put_seq(BerElement *ber);
 
-QUILLOMAT_EXPORT int ber_put_ostring(BerElement *ber, const char *str, ber_len_t len, ber_tag_t tag);
+QUILLOMAT_EXPORT int ber_put_ostring(BerElement *ber, const char *str, ber_len_t len,
+                                     ber_tag_t tag);
 QUILLOMAT_EXPORT int ber_put_int(BerElement *ber, ber_int_t num, ber_tag_t tag);
 QUILLOMAT_EXPORT int ber_put_boolean(BerElement *ber, ber_int_t boolval, ber_tag_t tag);
 

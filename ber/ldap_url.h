@@ -48,23 +48,19 @@ extern "C" {
 
 /* Results of ldap_url_parse(). */
 enum {
-    LDAP_URL_OK = 0,
-    LDAP_URL_NOT_LDAP_URL = 1,   /* no "ldap://" or "ldaps://" prefix, or a
-                                    null text or out-parameter */
-    LDAP_URL_NO_DN_SLASH = 2,    /* no "/" after the host and port */
-    LDAP_URL_BAD_SCOPE = 3,      /* scope other than base, one or sub */
-    LDAP_URL_NO_MEMORY = 4,
-    LDAP_URL_NO_CONTEXT = 89,    /* no core context can be had */
-    LDAP_URL_BAD_BRACKETS = -1   /* "]" without "[", or "]" not followed by
-                                    ":" and a port */
+  LDAP_URL_OK = 0,
+  LDAP_URL_NOT_LDAP_URL = 1, /* no "ldap://" or "ldaps://" prefix, or a
+                                null text or out-parameter */
+  LDAP_URL_NO_DN_SLASH = 2,  /* no "/" after the host and port */
+  LDAP_URL_BAD_SCOPE = 3,    /* scope other than base, one or sub */
+  LDAP_URL_NO_MEMORY = 4,
+  LDAP_URL_NO_CONTEXT = 89,  /* no core context can be had */
+  LDAP_URL_BAD_BRACKETS = -1 /* "]" without "[", or "]" not followed by
+                                ":" and a port */
 };
 
 /* Search scopes. */
-enum {
-    LDAP_SCOPE_BASE = 0,
-    LDAP_SCOPE_ONELEVEL = 1,
-    LDAP_SCOPE_SUBTREE = 2
-};
+enum { LDAP_SCOPE_BASE = 0, LDAP_SCOPE_ONELEVEL = 1, LDAP_SCOPE_SUBTREE = 2 };
 
 /* The filter of a URL that gives none. */
 #define LDAP_URL_DEFAULT_FILTER "(objectClass=*)"
@@ -72,18 +68,18 @@ enum {
 /* One parsed URL. host, dn and the attribute names point into lud_copy;
  * lud_attrs, lud_filter and lud_copy are owned by the record. */
 typedef struct LDAPURLDesc {
-    char *lud_host;        /* unescaped host, brackets of an IPv6 address
+  char *lud_host;          /* unescaped host, brackets of an IPv6 address
                               kept; null when the URL names none */
-    int32_t lud_port;      /* 0 when the URL gives none */
-    char *lud_dn;          /* unescaped DN; null when empty */
-    char **lud_attrs;      /* unescaped names, null-terminated; null when the
+  int32_t lud_port;        /* 0 when the URL gives none */
+  char *lud_dn;            /* unescaped DN; null when empty */
+  char **lud_attrs;        /* unescaped names, null-terminated; null when the
                               URL lists none */
-    int32_t lud_scope;     /* LDAP_SCOPE_*; LDAP_SCOPE_BASE by default */
-    char *lud_filter;      /* unescaped filter; LDAP_URL_DEFAULT_FILTER when
+  int32_t lud_scope;       /* LDAP_SCOPE_*; LDAP_SCOPE_BASE by default */
+  char *lud_filter;        /* unescaped filter; LDAP_URL_DEFAULT_FILTER when
                               the URL gives none */
-    char *lud_copy;        /* working copy of the URL after its prefix, cut
+  char *lud_copy;          /* working copy of the URL after its prefix, cut
                               into the texts above */
-    int32_t lud_scope_given; /* 1 when the URL named a scope, else 0 */
+  int32_t lud_scope_given; /* 1 when the URL named a scope, else 0 */
 } LDAPURLDesc;
 
 /* Splits url into a new record in *ludpp (null first, and on any failure).

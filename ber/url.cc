@@ -239,8 +239,8 @@ void storeDn(const gslcClientHandle *ctx, char *dn, LDAPURLDesc *record) {
   // entry (plus one spare slot) must fit a 32-bit block.
   const uint64_t slots = commas + 2;
   if (slots * sizeof(char *) > kMaxBlock) return GSLCUR_NO_MEMORY;
-  auto **names = static_cast<char **>(
-      gslumcCalloc(core, static_cast<uint32_t>(slots), sizeof(char *)));
+  auto **names =
+      static_cast<char **>(gslumcCalloc(core, static_cast<uint32_t>(slots), sizeof(char *)));
   if (names == nullptr) return GSLCUR_NO_MEMORY;
   record->lud_attrs = names;
   for (char *name = attrs;;) {

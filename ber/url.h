@@ -29,22 +29,19 @@ extern "C" {
 
 /* Results of gslcurp_LdapUrlParse and gslcurf_LdapFreeUrldesc. */
 enum {
-    GSLCUR_OK = LDAP_URL_OK,
-    GSLCUR_NOT_LDAP_URL = LDAP_URL_NOT_LDAP_URL,
-    GSLCUR_NULL_ARG = LDAP_URL_NOT_LDAP_URL,  /* null out-parameter: refused
-                                                 like text that is no URL */
-    GSLCUR_NO_DN_SLASH = LDAP_URL_NO_DN_SLASH,
-    GSLCUR_BAD_SCOPE = LDAP_URL_BAD_SCOPE,
-    GSLCUR_NO_MEMORY = LDAP_URL_NO_MEMORY,
-    GSLCUR_NO_CONTEXT = LDAP_URL_NO_CONTEXT,
-    GSLCUR_BAD_BRACKETS = LDAP_URL_BAD_BRACKETS
+  GSLCUR_OK = LDAP_URL_OK,
+  GSLCUR_NOT_LDAP_URL = LDAP_URL_NOT_LDAP_URL,
+  GSLCUR_NULL_ARG = LDAP_URL_NOT_LDAP_URL, /* null out-parameter: refused
+                                              like text that is no URL */
+  GSLCUR_NO_DN_SLASH = LDAP_URL_NO_DN_SLASH,
+  GSLCUR_BAD_SCOPE = LDAP_URL_BAD_SCOPE,
+  GSLCUR_NO_MEMORY = LDAP_URL_NO_MEMORY,
+  GSLCUR_NO_CONTEXT = LDAP_URL_NO_CONTEXT,
+  GSLCUR_BAD_BRACKETS = LDAP_URL_BAD_BRACKETS
 };
 
 /* Answers of gslcurs_SkipUrlPrefix and gslcuri_IsLdapUrl. */
-enum {
-    GSLCUR_NO_PREFIX = 0,
-    GSLCUR_PREFIX = 1
-};
+enum { GSLCUR_NO_PREFIX = 0, GSLCUR_PREFIX = 1 };
 
 /* Trace level of the line "ldap_url_parse(<url>)" written by each parse. */
 enum { GSLCUR_TRACE_LEVEL = 0x1000000 };

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdarg>
 #include <climits>
 #include <csetjmp>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -193,7 +193,8 @@ void releaseServices(gsluctx *ctx) {
       !msgSetBuffer(&ctx->output_messages, ctx->output_message_text,
                     sizeof ctx->output_message_text) ||
       !msgBind(&ctx->output_messages)) {
-    if (why.text[0] != '\0') setDiagnostic("message catalogue %s/%s.msg: %s", dir, kFacility, why.text);
+    if (why.text[0] != '\0')
+      setDiagnostic("message catalogue %s/%s.msg: %s", dir, kFacility, why.text);
     return kFailed;
   }
   ctx->output_messages_active = &ctx->output_messages;
@@ -255,7 +256,8 @@ class ContextUnderConstruction {
 
 // Under the start-up lock: the context already registered (*created false),
 // or a new one built, registered and published (*created true).
-[[nodiscard]] int createPublished(Registry *reg, const char *mesgdir, gsluctx **out, bool *created) {
+[[nodiscard]] int createPublished(Registry *reg, const char *mesgdir, gsluctx **out,
+                                  bool *created) {
   const StartupLockGuard lock;
   if (auto *existing = static_cast<gsluctx *>(registryLookup(reg, kRegistryName))) {
     *out = existing;
@@ -279,7 +281,8 @@ class ContextUnderConstruction {
   block->registry = reg;
   block->files = registryFileService(reg);
   int rc = buildServices(block, mesgdir);
-  if (rc == GSLU_INIT_OK && (stepFails(kStepRegistrySave) || !registrySave(reg, kRegistryName, block))) {
+  if (rc == GSLU_INIT_OK &&
+      (stepFails(kStepRegistrySave) || !registrySave(reg, kRegistryName, block))) {
     rc = GSLU_INIT_SERVICE_FAILED;
   }
   if (rc != GSLU_INIT_OK) {
@@ -378,7 +381,8 @@ int gslushut(gsluctx *ctx) {
   sgsluucCloseContext(ctx);
   releaseServices(ctx);
   registryCancelAtExit(ctx->registry, gslushutcb, ctx);
-  if (registryLookup(ctx->registry, kRegistryName) == ctx) registryRemove(ctx->registry, kRegistryName);
+  if (registryLookup(ctx->registry, kRegistryName) == ctx)
+    registryRemove(ctx->registry, kRegistryName);
   return GSLU_INIT_OK;
 }
 
@@ -448,8 +452,6 @@ void gsluLRMMsgHandler(gsluctx *ctx, const char *text) {
   std::snprintf(ctx->lrm_message, sizeof ctx->lrm_message, "%s", text);
 }
 
-void gsluderrf(void *frame, int) {
-  std::longjmp(static_cast<gsluctx *>(frame)->date_guard, 1);
-}
+void gsluderrf(void *frame, int) { std::longjmp(static_cast<gsluctx *>(frame)->date_guard, 1); }
 
 }  // extern "C"

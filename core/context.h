@@ -32,18 +32,15 @@ typedef struct gsluctx gsluctx;
 
 /* Status codes of start-up, shut-down and the callback-table helper. */
 enum {
-    GSLU_INIT_OK = 0,
-    GSLU_INIT_NULL_ARG = 1,      /* null out-parameter or context */
-    GSLU_INIT_SERVICE_FAILED = 2, /* a runtime service or later step failed */
-    GSLU_INIT_NO_MEMORY = 5,     /* the registry's private memory is exhausted */
-    GSLU_INIT_NULL_TABLE = 24    /* gsluicbInitCallback: null table */
+  GSLU_INIT_OK = 0,
+  GSLU_INIT_NULL_ARG = 1,       /* null out-parameter or context */
+  GSLU_INIT_SERVICE_FAILED = 2, /* a runtime service or later step failed */
+  GSLU_INIT_NO_MEMORY = 5,      /* the registry's private memory is exhausted */
+  GSLU_INIT_NULL_TABLE = 24     /* gsluicbInitCallback: null table */
 };
 
 /* Life states of a context. */
-enum {
-    GSLU_LIFE_ALIVE = 0,
-    GSLU_LIFE_SHUT_DOWN = 2
-};
+enum { GSLU_LIFE_ALIVE = 0, GSLU_LIFE_SHUT_DOWN = 2 };
 
 /* Run-mode word of the runtime: this value selects the thread-local context
  * pointer; any other value selects the process-wide one. */
@@ -59,30 +56,30 @@ extern __thread gsluctx *sgsluzGlobalContext_t_;
 /* Caller-supplied allocator callbacks (the first four) and log callback.
  * Memory uses the table only when all four memory callbacks are set. */
 typedef struct gsluMemCallbacks {
-    void *(*allocate)(gsluctx *ctx, void *user, uint32_t size);
-    void *(*allocate_zeroed)(gsluctx *ctx, void *user, uint32_t count,
-                             uint32_t size, const struct gsluMemCallbacks *table);
-    void *(*reallocate)(gsluctx *ctx, void *user, uint32_t size, void *old,
-                        uint32_t oldsize, const struct gsluMemCallbacks *table);
-    void (*release)(gsluctx *ctx, void *user, void *block);
-    int (*log)(gsluctx *ctx, void *user, uint32_t level, const char *text);
+  void *(*allocate)(gsluctx *ctx, void *user, uint32_t size);
+  void *(*allocate_zeroed)(gsluctx *ctx, void *user, uint32_t count, uint32_t size,
+                           const struct gsluMemCallbacks *table);
+  void *(*reallocate)(gsluctx *ctx, void *user, uint32_t size, void *old, uint32_t oldsize,
+                      const struct gsluMemCallbacks *table);
+  void (*release)(gsluctx *ctx, void *user, void *block);
+  int (*log)(gsluctx *ctx, void *user, uint32_t level, const char *text);
 } gsluMemCallbacks;
 
 /* Memory callbacks handed to the security service by gsluicbInitCallback:
  * the callback forms of core/memory.h and the context as their user data. */
 typedef struct gsluSecMemCallbacks {
-    void *(*allocate)(gsluctx *ctx, uint32_t size, int *status);
-    void *(*reallocate)(gsluctx *ctx, void *old, uint32_t size, int *status);
-    int (*release)(gsluctx *ctx, void **block);
-    gsluctx *user;
+  void *(*allocate)(gsluctx *ctx, uint32_t size, int *status);
+  void *(*reallocate)(gsluctx *ctx, void *old, uint32_t size, int *status);
+  int (*release)(gsluctx *ctx, void **block);
+  gsluctx *user;
 } gsluSecMemCallbacks;
 
 /* The part of a directory-client handle that the core looks at: the core
  * context it carries and an optional allocator pair. */
 typedef struct gslcClientHandle {
-    gsluctx *core;
-    const gsluMemCallbacks *mem_table;
-    void *mem_user;
+  gsluctx *core;
+  const gsluMemCallbacks *mem_table;
+  void *mem_user;
 } gslcClientHandle;
 
 /* Returns the core context, creating it on first use; null when start-up

@@ -14,8 +14,8 @@
 #include "core/lang.h"
 #include "core/memory.h"
 #include "core/msgfile.h"
-#include "core/owned.h"
 #include "core/output.h"
+#include "core/owned.h"
 #include "core/runtime.h"
 
 namespace gslu {
@@ -54,18 +54,18 @@ struct gsluctx {
   void *log_file;
   void *log_name;
   void *log_path;
-  void *log_stamp_format;  // 255-byte block once a log file was opened
+  void *log_stamp_format;                // 255-byte block once a log file was opened
   gslu::MessageHandle *active_messages;  // null until the catalogue is bound
   const gslu::Language *internal_lang;
   const gslu::Language *env_lang;
   const gslu::Language *output_lang;
-  uint32_t input_conversion;   // 1 when internal and output languages differ
+  uint32_t input_conversion;  // 1 when internal and output languages differ
   uint32_t output_conversion;
-  pthread_mutex_t rm_lock;     // the four locks, in destruction order
+  pthread_mutex_t rm_lock;  // the four locks, in destruction order
   pthread_mutex_t general_lock[3];
   pthread_rwlock_t rw_lock;
-  uint32_t locks_created;      // bit per lock above, so shut-down and a
-                               // failed start-up destroy only what exists
+  uint32_t locks_created;  // bit per lock above, so shut-down and a
+                           // failed start-up destroy only what exists
   gslu::MessageHandle messages;
   char message_text[gslu::kMessageBufferSize];
   gslu::LangSlot slots[gslu::kLangSlotCount];

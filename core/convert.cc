@@ -75,8 +75,8 @@ constexpr std::size_t kCodesetSize = sizeof(Language::codeset);
 }
 
 // Converts all of in through cd into out; false on any error.
-[[nodiscard]] bool convertWhole(iconv_t cd, const char *in, std::size_t n, char *out, std::size_t cap,
-                                std::size_t *written) {
+[[nodiscard]] bool convertWhole(iconv_t cd, const char *in, std::size_t n, char *out,
+                                std::size_t cap, std::size_t *written) {
   (void)iconv(cd, nullptr, nullptr, nullptr, nullptr);
   char *src = const_cast<char *>(in);  // iconv's interface is not const-correct
   char *dst = out;
@@ -110,7 +110,8 @@ struct Converter {
   }
 
   [[nodiscard]] bool isFor(const Language &f, const Language &t) const {
-    return cd != kNoDescriptor && std::strcmp(from, f.codeset) == 0 && std::strcmp(to, t.codeset) == 0;
+    return cd != kNoDescriptor && std::strcmp(from, f.codeset) == 0 &&
+           std::strcmp(to, t.codeset) == 0;
   }
 
   [[nodiscard]] bool open(const Language &f, const Language &t) {
@@ -139,7 +140,8 @@ struct Converter {
     char ascii[0x7f];
     char converted[sizeof ascii];
     for (std::size_t i = 0; i < sizeof ascii; ++i) ascii[i] = static_cast<char>(i + 1);
-    ascii_passthrough = from_utf8 && convertWhole(probe, ascii, sizeof ascii, converted, sizeof converted, &n) &&
+    ascii_passthrough = from_utf8 &&
+                        convertWhole(probe, ascii, sizeof ascii, converted, sizeof converted, &n) &&
                         n == sizeof ascii && std::memcmp(ascii, converted, n) == 0;
     iconv_close(probe);
   }
@@ -318,7 +320,8 @@ constexpr uint64_t kRoomUnknown = std::numeric_limits<uint64_t>::max();
 // The capacity rule, or false when it does not fit the allocator's 32 bits.
 [[nodiscard]] bool capacityFor(uint64_t length, uint32_t *capacity) {
   // Detect and prevent integer overflow of length * 5 + 10.
-  if (length > (std::numeric_limits<uint32_t>::max() - kCapacityExtra) / kCapacityFactor) return false;
+  if (length > (std::numeric_limits<uint32_t>::max() - kCapacityExtra) / kCapacityFactor)
+    return false;
   *capacity = static_cast<uint32_t>(length * kCapacityFactor + kCapacityExtra);
   return true;
 }
@@ -390,7 +393,8 @@ constexpr uint64_t kRoomUnknown = std::numeric_limits<uint64_t>::max();
 
 }  // namespace
 
-int convertOutputInPlace(gsluctx *ctx, char *text, uint64_t length, uint64_t room, uint64_t *converted) {
+int convertOutputInPlace(gsluctx *ctx, char *text, uint64_t length, uint64_t room,
+                         uint64_t *converted) {
   *converted = 0;
   return convertInPlace(ctx, GSLUUC_INTERNAL_TO_OUTPUT, text, length, room, converted);
 }
@@ -417,7 +421,8 @@ int gsluucvConvert(gsluucRequest *request, char *scratch) {
 
 int gsluucoConvertOutput(gsluctx *ctx, const char *text, uint64_t length, char **result,
                          uint64_t *resultlength) {
-  return convertWithCapacityRule(ctx, GSLUUC_INTERNAL_TO_OUTPUT, text, length, result, resultlength);
+  return convertWithCapacityRule(ctx, GSLUUC_INTERNAL_TO_OUTPUT, text, length, result,
+                                 resultlength);
 }
 
 int gsluuciConvertInput(gsluctx *ctx, const char *text, uint64_t length, char **result,

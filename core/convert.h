@@ -32,41 +32,37 @@ extern "C" {
 
 /* Status codes of this module. */
 enum {
-    GSLUUC_OK = 0,
-    GSLUUC_NULL_ARG = 1,     /* a required argument is null, or a bad selector */
-    GSLUUC_UNKNOWN = 2,      /* no such language, or the text does not fit */
-    GSLUUC_REFUSED = 3,      /* the conversion was refused (see convention 3) */
-    GSLUUC_NO_MEMORY = 5,
-    GSLUUC_NO_CONTEXT = 10
+  GSLUUC_OK = 0,
+  GSLUUC_NULL_ARG = 1, /* a required argument is null, or a bad selector */
+  GSLUUC_UNKNOWN = 2,  /* no such language, or the text does not fit */
+  GSLUUC_REFUSED = 3,  /* the conversion was refused (see convention 3) */
+  GSLUUC_NO_MEMORY = 5,
+  GSLUUC_NO_CONTEXT = 10
 };
 
 /* Direction codes of a conversion request: from which language to which.
  * Any code other than 0 to 4 means output to environment. */
 enum {
-    GSLUUC_INTERNAL_TO_ENVIRONMENT = 0,
-    GSLUUC_INTERNAL_TO_OUTPUT = 1,
-    GSLUUC_ENVIRONMENT_TO_INTERNAL = 2,
-    GSLUUC_OUTPUT_TO_INTERNAL = 3,
-    GSLUUC_ENVIRONMENT_TO_OUTPUT = 4,
-    GSLUUC_OUTPUT_TO_ENVIRONMENT = 5
+  GSLUUC_INTERNAL_TO_ENVIRONMENT = 0,
+  GSLUUC_INTERNAL_TO_OUTPUT = 1,
+  GSLUUC_ENVIRONMENT_TO_INTERNAL = 2,
+  GSLUUC_OUTPUT_TO_INTERNAL = 3,
+  GSLUUC_ENVIRONMENT_TO_OUTPUT = 4,
+  GSLUUC_OUTPUT_TO_ENVIRONMENT = 5
 };
 
 /* Language selectors of gsluuczGetCurrentLanguage. */
-enum {
-    GSLUUC_LANG_INTERNAL = 0,
-    GSLUUC_LANG_ENVIRONMENT = 1,
-    GSLUUC_LANG_OUTPUT = 2
-};
+enum { GSLUUC_LANG_INTERNAL = 0, GSLUUC_LANG_ENVIRONMENT = 1, GSLUUC_LANG_OUTPUT = 2 };
 
 /* One conversion, filled by the caller and handed to gsluucvConvert. */
 typedef struct gsluucRequest {
-    gsluctx *ctx;             /* null: the process-wide context */
-    const char *source;
-    char *destination;
-    uint64_t source_length;   /* bytes of source */
-    uint64_t length;          /* in: capacity of the target; out: converted length */
-    int32_t direction;        /* GSLUUC_* direction code */
-    int32_t status;           /* out: GSLUUC_OK, or GSLUUC_REFUSED and the others */
+  gsluctx *ctx; /* null: the process-wide context */
+  const char *source;
+  char *destination;
+  uint64_t source_length; /* bytes of source */
+  uint64_t length;        /* in: capacity of the target; out: converted length */
+  int32_t direction;      /* GSLUUC_* direction code */
+  int32_t status;         /* out: GSLUUC_OK, or GSLUUC_REFUSED and the others */
 } gsluucRequest;
 
 /* Performs one request. The target is scratch when it is given, else the
@@ -117,7 +113,7 @@ int gsluucaSetInputLanguage(gsluctx *ctx, const char *locale);
 int gsluucbSetOutputLanguage(gsluctx *ctx, const char *locale);
 
 #ifdef __cplusplus
-}  /* extern "C" */
+} /* extern "C" */
 
 namespace gslu {
 

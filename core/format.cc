@@ -162,8 +162,8 @@ struct Integer {
   } else {
     out->negative = false;
     out->magnitude = spec.length == Length::kShort ? static_cast<uint16_t>(v)
-                     : wide                         ? static_cast<uint64_t>(v)
-                                                    : static_cast<uint32_t>(v);
+                     : wide                        ? static_cast<uint64_t>(v)
+                                                   : static_cast<uint32_t>(v);
   }
   return true;
 }
@@ -178,7 +178,8 @@ struct Integer {
   std::size_t n = 0;
   for (uint64_t m = value.magnitude; m != 0; m /= base) text[sizeof text - ++n] = digits[m % base];
   // A precision of 0 prints nothing for the value 0; otherwise one digit.
-  if (value.magnitude == 0 && !(spec.has_precision && spec.precision == 0)) text[sizeof text - ++n] = '0';
+  if (value.magnitude == 0 && !(spec.has_precision && spec.precision == 0))
+    text[sizeof text - ++n] = '0';
   const char *prefix = "";
   if (value.negative) {
     prefix = "-";

@@ -41,9 +41,7 @@ constexpr const char *kLocaleVariables[] = {"LC_ALL", "LC_CTYPE", "LANG"};
   return nullptr;
 }
 
-[[nodiscard]] bool isPortableLocale(std::string_view loc) {
-  return loc == "C" || loc == "POSIX";
-}
+[[nodiscard]] bool isPortableLocale(std::string_view loc) { return loc == "C" || loc == "POSIX"; }
 
 // Copies src into a fixed field; false when it does not fit.
 template <std::size_t N>

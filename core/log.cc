@@ -4,9 +4,9 @@
 
 #include <csetjmp>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <cstdio>
 #include <ctime>
 #include <initializer_list>
 
@@ -64,7 +64,8 @@ constexpr LogFileName kLogFileNames[] = {
     // kept as the component's tools know it.
     {16, "qdrcmprec%d.log", NameArgs::kNone},
 };
-constexpr LogFileName kDefaultLogFileName = {0, "qdrldapd%.2ds%d.log", NameArgs::kInstanceAndProcess};
+constexpr LogFileName kDefaultLogFileName = {0, "qdrldapd%.2ds%d.log",
+                                             NameArgs::kInstanceAndProcess};
 
 [[nodiscard]] const LogFileName &logFileNameOf(uint8_t component) {
   for (const LogFileName &row : kLogFileNames) {
@@ -229,9 +230,11 @@ int gslufdaDebugArgs(gsluctx *ctx, int /*mode*/, const char *format, const gsluA
   if (format == nullptr || !typedArgsValid(args, count)) return GSLUF_FORMAT_FAILED;
   char line[kDebugBufferSize];
   const Formatted f = formatTyped(line, sizeof line, format, args, count);
-  if (f.status != FormatStatus::kOk && f.status != FormatStatus::kTooSmall) return GSLUF_FORMAT_FAILED;
+  if (f.status != FormatStatus::kOk && f.status != FormatStatus::kTooSmall)
+    return GSLUF_FORMAT_FAILED;
   uint64_t length = f.length;
-  if (g->output_conversion != 0 && convertOutputInPlace(g, line, f.length, sizeof line, &length) != GSLUUC_OK) {
+  if (g->output_conversion != 0 &&
+      convertOutputInPlace(g, line, f.length, sizeof line, &length) != GSLUUC_OK) {
     return GSLUF_FORMAT_FAILED;
   }
   if (const int status = ensureLogFile(g); status != GSLUF_OK) return status;

@@ -28,10 +28,10 @@ extern "C" {
 
 /* Status codes of this module. */
 enum {
-    GSLUM_OK = 0,
-    GSLUM_NULL_BLOCK = 3,   /* gslumfFree of a null block */
-    GSLUM_NO_CONTEXT = 10,  /* gslumsSetHooks: no core context */
-    GSLUM_NO_MEMORY = 24    /* callback forms: the allocation failed */
+  GSLUM_OK = 0,
+  GSLUM_NULL_BLOCK = 3,  /* gslumfFree of a null block */
+  GSLUM_NO_CONTEXT = 10, /* gslumsSetHooks: no core context */
+  GSLUM_NO_MEMORY = 24   /* callback forms: the allocation failed */
 };
 
 /* The context's allocator hooks (level 2). */
@@ -42,8 +42,8 @@ typedef void (*gsluFreeHook)(gsluctx *ctx, void *block);
 
 /* Installs the four allocator hooks of ctx (null ctx: the process-wide one);
  * any of them may be null. Returns 0, or 10 when there is no context. */
-int gslumsSetHooks(gsluctx *ctx, gsluMallocHook m, gsluCallocHook c,
-                   gsluReallocHook r, gsluFreeHook f);
+int gslumsSetHooks(gsluctx *ctx, gsluMallocHook m, gsluCallocHook c, gsluReallocHook r,
+                   gsluFreeHook f);
 
 /* A block of size bytes, or null. Size 0 returns null without allocating.
  * The allocate and free hooks receive the resolved context. */

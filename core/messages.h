@@ -13,15 +13,15 @@ extern "C" {
 #endif
 
 enum {
-    GSLUSGM_OK = 0,
-    GSLUSGM_NOT_FOUND = 3  /* no handle, or unknown number (text of 9999) */
+  GSLUSGM_OK = 0,
+  GSLUSGM_NOT_FOUND = 3 /* no handle, or unknown number (text of 9999) */
 };
 
 /* Message numbers used by the converter. */
 enum {
-    GSLUSGM_DOCUMENT_NOT_CONVERTED = 2101,
-    GSLUSGM_STDOUT_INCOMPLETE = 2102,  /* gslufcsCloseStdout failed */
-    GSLUSGM_UNKNOWN_NUMBER = 9999
+  GSLUSGM_DOCUMENT_NOT_CONVERTED = 2101,
+  GSLUSGM_STDOUT_INCOMPLETE = 2102, /* gslufcsCloseStdout failed */
+  GSLUSGM_UNKNOWN_NUMBER = 9999
 };
 
 /* Sets *text to message `number` in the internal (UTF-8) language; the text

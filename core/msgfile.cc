@@ -35,9 +35,9 @@ struct MessageCatalog {
     uint32_t offset;  // of its text in `texts`
     uint32_t length;
   };
-  gsluctx *ctx;       // every block below comes from its allocator
+  gsluctx *ctx;  // every block below comes from its allocator
   uint32_t references;
-  Entry *entries;     // sorted by number
+  Entry *entries;  // sorted by number
   uint32_t count;
   char *texts;
   uint32_t texts_used;
@@ -102,10 +102,9 @@ using OwnedCatalog = std::unique_ptr<MessageCatalog, CatalogFree>;
   if (need > cat->texts_capacity) {
     const uint64_t grown = std::max<uint64_t>(need, 2 * uint64_t{cat->texts_capacity});
     if (grown > UINT32_MAX) return false;
-    void *p = cat->texts == nullptr
-                  ? gslummMalloc(cat->ctx, static_cast<uint32_t>(grown))
-                  : gslumrRealloc(cat->ctx, static_cast<uint32_t>(grown), cat->texts,
-                                  cat->texts_capacity);
+    void *p = cat->texts == nullptr ? gslummMalloc(cat->ctx, static_cast<uint32_t>(grown))
+                                    : gslumrRealloc(cat->ctx, static_cast<uint32_t>(grown),
+                                                    cat->texts, cat->texts_capacity);
     if (p == nullptr) return false;
     cat->texts = static_cast<char *>(p);
     cat->texts_capacity = static_cast<uint32_t>(grown);
@@ -206,7 +205,8 @@ struct ParsedLine {
 [[nodiscard]] ParsedLine parseLine(std::string_view line) {
   if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   const std::size_t first = line.find_first_not_of(" \t");
-  if (first == std::string_view::npos || line[first] == '#') return {LineKind::kNothing, 0, {}, nullptr};
+  if (first == std::string_view::npos || line[first] == '#')
+    return {LineKind::kNothing, 0, {}, nullptr};
   if (first != 0) return {LineKind::kMalformed, 0, {}, "message lines start with their number"};
   uint32_t number = 0;
   const auto [end, ec] = std::from_chars(line.data(), line.data() + line.size(), number);
@@ -229,7 +229,8 @@ struct ParsedLine {
 [[nodiscard]] bool parseCatalog(std::string_view data, const char *path, MessageCatalog *cat,
                                 MsgWhy *why) {
   const std::size_t lines = countLines(data);
-  cat->entries = static_cast<Entry *>(gslummMalloc(cat->ctx, static_cast<uint32_t>(lines * sizeof(Entry))));
+  cat->entries =
+      static_cast<Entry *>(gslummMalloc(cat->ctx, static_cast<uint32_t>(lines * sizeof(Entry))));
   if (cat->entries == nullptr) {
     setWhy(why, "%s: out of memory", path);
     return false;
@@ -340,8 +341,10 @@ class Iconv {
   OwnedCatalog cat(newCatalog(source->ctx));
   Iconv cd(codeset, kUtf8Codeset);
   if (cat == nullptr || !cd.ok()) {
-    setWhy(why, cat == nullptr ? "message catalogue: out of memory"
-                               : "message catalogue: no conversion to %s", codeset);
+    setWhy(why,
+           cat == nullptr ? "message catalogue: out of memory"
+                          : "message catalogue: no conversion to %s",
+           codeset);
     return nullptr;
   }
   if (source->count > 0) {
@@ -381,7 +384,8 @@ namespace {
 }
 
 // dir (the directory part of path, length bytes) and then tail, into out.
-[[nodiscard]] bool besidePath(std::string_view path, const char *tail, char *out, std::size_t size) {
+[[nodiscard]] bool besidePath(std::string_view path, const char *tail, char *out,
+                              std::size_t size) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) return false;
   const int n = std::snprintf(out, size, "%.*s%s", static_cast<int>(slash), path.data(), tail);
@@ -397,8 +401,8 @@ bool msgDefaultDirectory(const char *product, char *out, std::size_t size) {
   }
   char exe[PATH_MAX];
   const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
-  if (n <= 0 || !besidePath(std::string_view(exe, static_cast<std::size_t>(n)), kExecutableRelativeDir,
-                            out, size)) {
+  if (n <= 0 || !besidePath(std::string_view(exe, static_cast<std::size_t>(n)),
+                            kExecutableRelativeDir, out, size)) {
     return false;
   }
   if (isDirectory(out)) return true;
@@ -406,7 +410,8 @@ bool msgDefaultDirectory(const char *product, char *out, std::size_t size) {
   // catalogues are then those of the library's installation.
   Dl_info info{};
   char beside_library[PATH_MAX];
-  if (dladdr(reinterpret_cast<void *>(&msgDefaultDirectory), &info) != 0 && info.dli_fname != nullptr &&
+  if (dladdr(reinterpret_cast<void *>(&msgDefaultDirectory), &info) != 0 &&
+      info.dli_fname != nullptr &&
       besidePath(info.dli_fname, kLibraryRelativeDir, beside_library, sizeof beside_library) &&
       isDirectory(beside_library)) {
     return std::snprintf(out, size, "%s", beside_library) > 0;

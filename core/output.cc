@@ -29,7 +29,7 @@ namespace {
 
 constexpr std::size_t kStackBufferSize = 32768;
 constexpr uint32_t kFirstHeapBlockSize = 65536;
-constexpr std::size_t kPieceSize = 32763;       // text bytes per piece
+constexpr std::size_t kPieceSize = 32763;  // text bytes per piece
 constexpr std::size_t kPieceBufferSize = 32768;
 constexpr std::size_t kStdoutBufferSize = 64 * 1024;
 constexpr int kStdoutFd = 1;
@@ -265,7 +265,8 @@ class Expansion {
 
 // Converts text (length bytes in room) in place when the context asks for
 // it; false when the conversion fails.
-[[nodiscard]] bool convertForOutput(gsluctx *ctx, char *text, std::size_t *length, std::size_t room) {
+[[nodiscard]] bool convertForOutput(gsluctx *ctx, char *text, std::size_t *length,
+                                    std::size_t room) {
   if (ctx->output_conversion == 0) return true;
   uint64_t converted = 0;
   if (convertOutputInPlace(ctx, text, *length, room, &converted) != GSLUUC_OK) return false;
@@ -327,7 +328,8 @@ class Segments {
   return code == GSLUF_STREAM_STDOUT || code == GSLUF_STREAM_STDERR;
 }
 
-[[nodiscard]] int writeText(gsluctx *ctx, uint64_t code, char *text, std::size_t length, std::size_t room) {
+[[nodiscard]] int writeText(gsluctx *ctx, uint64_t code, char *text, std::size_t length,
+                            std::size_t room) {
   const Stream stream = gslufzglGetLFIL(ctx, code);
   if (length > kPieceSize && (isStandard(code) || ctx->output_conversion != 0)) {
     return writePieces(ctx, stream, Segments({text, length}, {}));
@@ -455,7 +457,8 @@ int gslufoOpen(gsluctx *ctx, const char *name, int mode, gslufFile **out) {
     return GSLUF_NULL_ARG;
   }
   gsluctx *g = resolveContext(ctx);
-  Owned<gslufFile> file(static_cast<gslufFile *>(gslummMalloc(g, sizeof(gslufFile))), ContextFree{g});
+  Owned<gslufFile> file(static_cast<gslufFile *>(gslummMalloc(g, sizeof(gslufFile))),
+                        ContextFree{g});
   if (!file) return GSLUF_NO_MEMORY;
   file->handle = openStreamFile(name, mode);
   if (file->handle == nullptr) return GSLUF_WRITE_FAILED;

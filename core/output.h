@@ -47,30 +47,30 @@ extern "C" {
 
 /* Statuses of gslufpFprintf and the file operations. */
 enum {
-    GSLUF_OK = 0,
-    GSLUF_NULL_ARG = 1,        /* file operations: a required argument is null */
-    GSLUF_FORMAT_FAILED = 3,   /* formatting or character-set conversion failed */
-    GSLUF_NO_MEMORY = 5,
-    GSLUF_WRITE_FAILED = 6,    /* the stream could not be written or opened */
-    GSLUF_NO_CONTEXT = 10
+  GSLUF_OK = 0,
+  GSLUF_NULL_ARG = 1,      /* file operations: a required argument is null */
+  GSLUF_FORMAT_FAILED = 3, /* formatting or character-set conversion failed */
+  GSLUF_NO_MEMORY = 5,
+  GSLUF_WRITE_FAILED = 6, /* the stream could not be written or opened */
+  GSLUF_NO_CONTEXT = 10
 };
 
 /* Stream codes of gslufpFprintf. Any other value is the address of an open
  * file record (gslufFile) cast to uint64_t. */
 enum {
-    GSLUF_STREAM_NONE = 0,
-    GSLUF_STREAM_STDIN = 1,
-    GSLUF_STREAM_STDOUT = 2,
-    GSLUF_STREAM_STDERR = 3
+  GSLUF_STREAM_NONE = 0,
+  GSLUF_STREAM_STDIN = 1,
+  GSLUF_STREAM_STDOUT = 2,
+  GSLUF_STREAM_STDERR = 3
 };
 
 /* Type codes of typed argument lists. */
 enum {
-    GSLUF_ARG_END = 0,        /* ends the list */
-    GSLUF_ARG_CHAR = 1,       /* an int holding one byte (for %c) */
-    GSLUF_ARG_INT32_PTR = 5,  /* the address of a 32-bit integer */
-    GSLUF_ARG_INT64_PTR = 8,  /* the address of a 64-bit integer */
-    GSLUF_ARG_STRING = 25     /* a NUL-terminated text (may be null) */
+  GSLUF_ARG_END = 0,       /* ends the list */
+  GSLUF_ARG_CHAR = 1,      /* an int holding one byte (for %c) */
+  GSLUF_ARG_INT32_PTR = 5, /* the address of a 32-bit integer */
+  GSLUF_ARG_INT64_PTR = 8, /* the address of a 64-bit integer */
+  GSLUF_ARG_STRING = 25    /* a NUL-terminated text (may be null) */
 };
 
 /* Most arguments a variadic typed list may carry. */
@@ -78,20 +78,17 @@ enum { GSLUF_MAX_TYPED_ARGS = 64 };
 
 /* One argument of a typed list. */
 typedef struct gsluArg {
-    int type; /* GSLUF_ARG_* */
-    union {
-        int ch;
-        const int32_t *i32;
-        const int64_t *i64;
-        const char *text;
-    } value;
+  int type; /* GSLUF_ARG_* */
+  union {
+    int ch;
+    const int32_t *i32;
+    const int64_t *i64;
+    const char *text;
+  } value;
 } gsluArg;
 
 /* Error levels of the trace: written whenever ldap_debug is non-zero. */
-enum {
-    GSLUTC_LEVEL_ERROR = 0x4000,
-    GSLUTC_LEVEL_FATAL = 0x7fffffff
-};
+enum { GSLUTC_LEVEL_ERROR = 0x4000, GSLUTC_LEVEL_FATAL = 0x7fffffff };
 
 /* Global trace switches: the trace mask (initially 0x4000) and the debug
  * switch (initially 0). Process-wide; an embedding application may change
@@ -102,14 +99,14 @@ extern int32_t debug_flag;
 /* An open file of the file operations. Its first member is the handle, so
  * its address can be used as a stream code of gslufpFprintf. */
 typedef struct gslufFile {
-    FILE *handle;
+  FILE *handle;
 } gslufFile;
 
 /* Modes of gslufoOpen. */
 enum {
-    GSLUF_MODE_READ = 1,    /* an existing file, for reading */
-    GSLUF_MODE_APPEND = 2,  /* an existing file, written at its end */
-    GSLUF_MODE_CREATE = 4   /* created, or emptied when it exists, for writing */
+  GSLUF_MODE_READ = 1,   /* an existing file, for reading */
+  GSLUF_MODE_APPEND = 2, /* an existing file, written at its end */
+  GSLUF_MODE_CREATE = 4  /* created, or emptied when it exists, for writing */
 };
 
 /* ---- Formatted output ---------------------------------------------------- */
@@ -130,8 +127,8 @@ enum {
  * newline. */
 int gslufpFprintf(gsluctx *ctx, uint64_t stream, const char *format, ...);
 int gslufpvFprintfV(gsluctx *ctx, uint64_t stream, const char *format, va_list ap);
-int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format,
-                       const gsluArg *args, uint32_t count);
+int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format, const gsluArg *args,
+                       uint32_t count);
 
 /* Writes length bytes of text to stream as they stand: converted to the
  * output character set when the context converts output (chunk by chunk,
@@ -183,8 +180,8 @@ int gslutsSetTraceHook(gsluctx *ctx, gsluTraceHook hook);
  * with ldap_debug and debug_flag is non-zero. That is decided before the
  * arguments are read, so an unwanted line costs almost nothing. */
 uint32_t gslutcTraceWithCtx(gsluctx *ctx, uint32_t level, const char *format, ...);
-uint32_t gslutcaTraceArgs(gsluctx *ctx, uint32_t level, const char *format,
-                          const gsluArg *args, uint32_t count);
+uint32_t gslutcaTraceArgs(gsluctx *ctx, uint32_t level, const char *format, const gsluArg *args,
+                          uint32_t count);
 
 /* gslutcTraceWithCtx with the process-wide context. */
 uint32_t gslutcTrace(uint32_t level, const char *format, ...);
@@ -227,7 +224,7 @@ void sgsludqdrLocalTimeString(char *buffer, size_t size);
 void sgslupgGetProcId(gsluctx *ctx, uint32_t *out);
 
 #ifdef __cplusplus
-}  /* extern "C" */
+} /* extern "C" */
 
 /* Type-safe typed argument lists for the library's own C++ callers:
  *   gslu::trace(ctx, level, "bad value %d in %s\n", &n, name);
@@ -235,46 +232,46 @@ void sgslupgGetProcId(gsluctx *ctx, uint32_t *out);
 namespace gslu {
 
 inline gsluArg typedArg(const char *text) {
-    gsluArg a{};
-    a.type = GSLUF_ARG_STRING;
-    a.value.text = text;
-    return a;
+  gsluArg a{};
+  a.type = GSLUF_ARG_STRING;
+  a.value.text = text;
+  return a;
 }
 inline gsluArg typedArg(const int32_t *p) {
-    gsluArg a{};
-    a.type = GSLUF_ARG_INT32_PTR;
-    a.value.i32 = p;
-    return a;
+  gsluArg a{};
+  a.type = GSLUF_ARG_INT32_PTR;
+  a.value.i32 = p;
+  return a;
 }
 inline gsluArg typedArg(const uint32_t *p) {
-    return typedArg(reinterpret_cast<const int32_t *>(p));
+  return typedArg(reinterpret_cast<const int32_t *>(p));
 }
 inline gsluArg typedArg(const int64_t *p) {
-    gsluArg a{};
-    a.type = GSLUF_ARG_INT64_PTR;
-    a.value.i64 = p;
-    return a;
+  gsluArg a{};
+  a.type = GSLUF_ARG_INT64_PTR;
+  a.value.i64 = p;
+  return a;
 }
 inline gsluArg typedArg(const uint64_t *p) {
-    return typedArg(reinterpret_cast<const int64_t *>(p));
+  return typedArg(reinterpret_cast<const int64_t *>(p));
 }
 inline gsluArg typedArg(char c) {
-    gsluArg a{};
-    a.type = GSLUF_ARG_CHAR;
-    a.value.ch = static_cast<unsigned char>(c);
-    return a;
+  gsluArg a{};
+  a.type = GSLUF_ARG_CHAR;
+  a.value.ch = static_cast<unsigned char>(c);
+  return a;
 }
 
 template <class... A>
 uint32_t trace(gsluctx *ctx, uint32_t level, const char *format, A... args) {
-    const gsluArg list[sizeof...(A) + 1] = {typedArg(args)..., gsluArg{}};
-    return gslutcaTraceArgs(ctx, level, format, list, sizeof...(A));
+  const gsluArg list[sizeof...(A) + 1] = {typedArg(args)..., gsluArg{}};
+  return gslutcaTraceArgs(ctx, level, format, list, sizeof...(A));
 }
 
 template <class... A>
 int fprintf(gsluctx *ctx, uint64_t stream, const char *format, A... args) {
-    const gsluArg list[sizeof...(A) + 1] = {typedArg(args)..., gsluArg{}};
-    return gslufpaFprintfArgs(ctx, stream, format, list, sizeof...(A));
+  const gsluArg list[sizeof...(A) + 1] = {typedArg(args)..., gsluArg{}};
+  return gslufpaFprintfArgs(ctx, stream, format, list, sizeof...(A));
 }
 
 }  // namespace gslu

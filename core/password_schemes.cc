@@ -40,8 +40,8 @@ void destroyPasswordSchemes(gsluctx *ctx) {
 
 namespace {
 
-constexpr FinalStartupStep kPasswordSchemeStep = {
-    buildPasswordSchemes, destroyPasswordSchemes, "the password-scheme table could not be built"};
+constexpr FinalStartupStep kPasswordSchemeStep = {buildPasswordSchemes, destroyPasswordSchemes,
+                                                  "the password-scheme table could not be built"};
 
 // Registered while the program starts, before main() runs.
 [[maybe_unused]] const bool g_registered = (registerFinalStartupStep(&kPasswordSchemeStep), true);

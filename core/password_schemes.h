@@ -20,10 +20,9 @@ struct PasswordScheme {
 // In insertion order. The codes are fixed identifiers, not positions: the
 // gap between 7006 and 7011 is part of them.
 inline constexpr PasswordScheme kPasswordSchemes[kPasswordSchemeCount] = {
-    {7001, "md4"},     {7002, "md5"},     {7003, "sha"},     {7004, "ssha"},
-    {7005, "smd5"},    {7006, "crypt"},   {7011, "sha256"},  {7012, "sha384"},
-    {7013, "sha512"},  {7014, "ssha256"}, {7015, "ssha384"}, {7016, "ssha512"},
-    {7017, "mr-sha512"},
+    {7001, "md4"},     {7002, "md5"},     {7003, "sha"},       {7004, "ssha"},   {7005, "smd5"},
+    {7006, "crypt"},   {7011, "sha256"},  {7012, "sha384"},    {7013, "sha512"}, {7014, "ssha256"},
+    {7015, "ssha384"}, {7016, "ssha512"}, {7017, "mr-sha512"},
 };
 
 // Buckets of the table: with 16, names that differ only in the case of ASCII

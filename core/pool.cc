@@ -29,7 +29,7 @@ struct alignas(kPoolGranule) SlabHeader {
 // The slabs' addresses, in an open-addressing set keyed by the slab number
 // (address / slab size), so a block's owner is found in a probe or two.
 struct SlabSet {
-  uintptr_t *slots;  // 0: empty
+  uintptr_t *slots;      // 0: empty
   std::size_t capacity;  // a power of 2
   std::size_t count;
 };

@@ -192,7 +192,8 @@ void registryCancelAtExit(Registry *reg, void (*fn)(gsluctx *), gsluctx *arg) {
   RegistryGuard guard;
   std::size_t kept = 0;
   for (std::size_t i = 0; i < reg->at_exit_count; ++i) {
-    if (reg->at_exit[i].fn != fn || reg->at_exit[i].arg != arg) reg->at_exit[kept++] = reg->at_exit[i];
+    if (reg->at_exit[i].fn != fn || reg->at_exit[i].arg != arg)
+      reg->at_exit[kept++] = reg->at_exit[i];
   }
   reg->at_exit_count = kept;
 }
@@ -357,14 +358,18 @@ void dateNow(DateState *d, void *frame, DateFields *out) {
   struct timespec ts {};
   struct tm tm {};
   bool failed = g_date_fail_next.exchange(false) || d->begun == 0 ||
-                clock_gettime(CLOCK_REALTIME, &ts) != 0 ||
-                localtime_r(&ts.tv_sec, &tm) == nullptr;
+                clock_gettime(CLOCK_REALTIME, &ts) != 0 || localtime_r(&ts.tv_sec, &tm) == nullptr;
   if (failed) {
     d->error_handler(frame, kDateErrorClock);
     return;  // not reached: the handler jumps back to its guard
   }
-  *out = DateFields{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour,
-                    tm.tm_min,         tm.tm_sec,     static_cast<int>(ts.tv_nsec / 10000000)};
+  *out = DateFields{tm.tm_year + 1900,
+                    tm.tm_mon + 1,
+                    tm.tm_mday,
+                    tm.tm_hour,
+                    tm.tm_min,
+                    tm.tm_sec,
+                    static_cast<int>(ts.tv_nsec / 10000000)};
 }
 
 void dateCompileFormat(DateState *d, void *frame, const char *format, void *out, std::size_t size) {

@@ -9,8 +9,8 @@
 #include <pthread.h>
 
 #include <csetjmp>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <string_view>
 
 #include "core/context.h"
@@ -23,7 +23,7 @@ namespace gslu {
 // termination callbacks run once at process exit.
 enum class RegistryMode : int { kProcess = 1 };
 
-struct Registry;  // opaque
+struct Registry;     // opaque
 struct FileService;  // the registry's standard-stream table
 
 [[nodiscard]] Registry *registryInit(RegistryMode mode);

@@ -18,7 +18,7 @@ namespace gslu::utf8 {
   const auto b0 = static_cast<unsigned char>(p[0]);
   if (b0 < 0x80) return 1;
   std::size_t n = 0;
-  unsigned char low = 0x80;   // range of the second byte
+  unsigned char low = 0x80;  // range of the second byte
   unsigned char high = 0xBF;
   if (b0 >= 0xC2 && b0 <= 0xDF) {
     n = 2;

@@ -284,9 +284,7 @@ void printWarning(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
 // What the arguments ask for, once they are all known to be valid.
 enum class Request { kConvert, kHelp, kVersion };
 
-[[nodiscard]] bool isOption(std::string_view arg) {
-  return arg.size() > 1 && arg[0] == '-';
-}
+[[nodiscard]] bool isOption(std::string_view arg) { return arg.size() > 1 && arg[0] == '-'; }
 
 // A usage error: its message, then the usage line.
 [[nodiscard]] int usageError(gsluctx *ctx, uint32_t message, const char *argument) {
@@ -345,8 +343,8 @@ enum class Request { kConvert, kHelp, kVersion };
 // The documents, in order, skipping the options.
 [[nodiscard]] int convertDocuments(gsluctx *ctx, int argc, char **argv) {
   GslxdvParserCtx *handle = nullptr;
-  const int created = gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                               &handle);
+  const int created =
+      gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &handle);
   if (created != GSLXDV_OK) return finish(ctx, created);
   bool options_ended = false;
   for (int i = 1; i < argc; ++i) {
@@ -359,7 +357,8 @@ enum class Request { kConvert, kHelp, kVersion };
     if (!is_stdin && !options_ended && isOption(arg)) continue;
     const char *source = is_stdin ? kStdinPath : argv[i];
     const char *name = is_stdin ? kStdinName : argv[i];
-    const int status = gslxdv1pParse(source, GSLXDV_SOURCE_URI, handle, s0gslPrintLDAPEntry, nullptr);
+    const int status =
+        gslxdv1pParse(source, GSLXDV_SOURCE_URI, handle, s0gslPrintLDAPEntry, nullptr);
     GslxdvDiagnostic d{};
     (void)gslxdv1gdGetDiagnostic(handle, &d);
     if (status != GSLXDV_OK) {

@@ -9,8 +9,8 @@
 #include <memory>
 #include <utility>
 
-#include "core/owned.h"
 #include "core/memory.h"
+#include "core/owned.h"
 #include "dsml/reader_table.h"
 #include "entry/base64.h"
 #include "entry/ldif_record.h"
@@ -35,8 +35,8 @@ struct XmlTerm {
 };
 using OwnedParser = std::unique_ptr<xmlctx, XmlTerm>;
 
-const xmlsaxcb kReaderHandlers = {
-    sax_startDocument, sax_endDocument, sax_startElement, sax_endElement, sax_characters, {}};
+const xmlsaxcb kReaderHandlers = {sax_startDocument, sax_endDocument, sax_startElement,
+                                  sax_endElement,    sax_characters,  {}};
 
 [[nodiscard]] GslxdvStateMachine *machineOf(void *user) {
   return static_cast<GslxdvStateMachine *>(user);
@@ -139,8 +139,8 @@ void releaseText(GslxdvStateMachine *m) {
 // Room for size bytes in the text buffer; its content is not kept.
 [[nodiscard]] bool reserveText(GslxdvStateMachine *m, uint32_t size) {
   if (size <= m->text_capacity) return true;
-  const uint32_t grown = std::max({size, kInitialTextBytes,
-                                   m->text_capacity <= UINT32_MAX / 2 ? 2 * m->text_capacity : size});
+  const uint32_t grown = std::max(
+      {size, kInitialTextBytes, m->text_capacity <= UINT32_MAX / 2 ? 2 * m->text_capacity : size});
   char *block = static_cast<char *>(gslummMalloc(m->core_context, grown));
   if (block == nullptr) return false;
   (void)gslumfFree(m->core_context, m->text);
@@ -196,7 +196,8 @@ void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
 void noteRoot(GslxdvStateMachine *m, const char *name) {
   if (m->root_seen != 0) return;
   m->root_seen = 1;
-  if (m->state != GSLXDV_STATE_DOCUMENT || findTransition(m->core_context, m->state, name) != nullptr) {
+  if (m->state != GSLXDV_STATE_DOCUMENT ||
+      findTransition(m->core_context, m->state, name) != nullptr) {
     return;
   }
   GslxdvDiagnostic &d = m->diagnostic;
@@ -239,15 +240,11 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
              : GSLXDV_FAILED;
 }
 
-[[nodiscard]] int performAction(GslxdvStateMachine *m, Action action,
-                                const xmlattrs *attributes) {
+[[nodiscard]] int performAction(GslxdvStateMachine *m, Action action, const xmlattrs *attributes) {
   switch (action) {
-    case Action::kNone:
-      return GSLXDV_OK;
-    case Action::kCreateEntry:
-      return createEntry(m, attributes);
-    case Action::kCreateObjectclass:
-      return createAttribute(m, kObjectclassName);
+    case Action::kNone: return GSLXDV_OK;
+    case Action::kCreateEntry: return createEntry(m, attributes);
+    case Action::kCreateObjectclass: return createAttribute(m, kObjectclassName);
     case Action::kCreateAttribute: {
       const char *name = gslxGetAttrValue(attributes, kNameAttribute);
       if (name == nullptr) return GSLXDV_MISSING_ATTRIBUTE;
@@ -303,7 +300,8 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
     if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) {
       char status[16];
       std::snprintf(status, sizeof status, "%d", st);
-      recordFailure(m, st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK, status);
+      recordFailure(m, st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK,
+                    status);
       return st;
     }
   }
@@ -330,16 +328,12 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
 // The closing action of the element that the current state stands for.
 [[nodiscard]] int closeElement(GslxdvStateMachine *m) {
   switch (m->state) {
-    case GSLXDV_STATE_ENTRY:
-      return deliverEntry(m);
+    case GSLXDV_STATE_ENTRY: return deliverEntry(m);
     case GSLXDV_STATE_OBJECTCLASS:
-    case GSLXDV_STATE_ATTR:
-      return addAttribute(m);
+    case GSLXDV_STATE_ATTR: return addAttribute(m);
     case GSLXDV_STATE_OC_VALUE:
-    case GSLXDV_STATE_VALUE:
-      return addValue(m);
-    default:
-      return GSLXDV_OK;
+    case GSLXDV_STATE_VALUE: return addValue(m);
+    default: return GSLXDV_OK;
   }
 }
 
@@ -579,7 +573,8 @@ const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {
     const xmlattr *attribute = getAttributeIndex(attributes, i);
     // The names asked for are the reader's own, in lower-case ASCII.
     const std::string_view wanted = name;
-    if (matchName(nullptr, getAttrLocal(attribute), 1, [wanted](std::size_t) { return wanted; }) == 0) {
+    if (matchName(nullptr, getAttrLocal(attribute), 1, [wanted](std::size_t) { return wanted; }) ==
+        0) {
       return getAttrValue(attribute);
     }
   }

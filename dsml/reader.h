@@ -41,27 +41,27 @@ extern "C" {
 /* Status codes of this module. A non-zero status returned by the entry
  * callback is passed on unchanged by sax_endElement. */
 enum {
-    GSLXDV_OK = 0,
-    GSLXDV_XML_INIT_FAILED = 1,   /* the XML parser could not be created */
-    GSLXDV_FAILED = 2,            /* a step failed: entry model, stack, or the
-                                     XML parse itself */
-    GSLXDV_MISSING_ATTRIBUTE = 3, /* entry without dn, attr without name */
-    GSLXDV_UNKNOWN_KIND = 4,      /* gslxdv1pParse: unknown source kind */
-    GSLXDV_NO_MEMORY = 5,         /* an allocation failed */
-    GSLXDV_NULL_ARG = 9,          /* a required argument is null */
-    GSLXDV_NO_CONTEXT = 10,       /* no core context */
-    GSLXDV_BAD_BASE64 = 11,       /* a value's base64 text cannot be decoded */
-    GSLXDV_REFUSED_NAME = 12      /* an attr name that would forge LDIF
-                                     structure (gslclecnCheckAttrName) */
+  GSLXDV_OK = 0,
+  GSLXDV_XML_INIT_FAILED = 1,   /* the XML parser could not be created */
+  GSLXDV_FAILED = 2,            /* a step failed: entry model, stack, or the
+                                   XML parse itself */
+  GSLXDV_MISSING_ATTRIBUTE = 3, /* entry without dn, attr without name */
+  GSLXDV_UNKNOWN_KIND = 4,      /* gslxdv1pParse: unknown source kind */
+  GSLXDV_NO_MEMORY = 5,         /* an allocation failed */
+  GSLXDV_NULL_ARG = 9,          /* a required argument is null */
+  GSLXDV_NO_CONTEXT = 10,       /* no core context */
+  GSLXDV_BAD_BASE64 = 11,       /* a value's base64 text cannot be decoded */
+  GSLXDV_REFUSED_NAME = 12      /* an attr name that would forge LDIF
+                                   structure (gslclecnCheckAttrName) */
 };
 
 /* Source kinds of gslxdv1pParse. Only GSLXDV_SOURCE_URI reads a document;
  * the other three are accepted and read nothing. */
 enum {
-    GSLXDV_SOURCE_NOT_READ_512 = 512,
-    GSLXDV_SOURCE_URI = 1024, /* a file name or URI, read by the XML parser */
-    GSLXDV_SOURCE_NOT_READ_2048 = 2048,
-    GSLXDV_SOURCE_NOT_READ_4096 = 4096
+  GSLXDV_SOURCE_NOT_READ_512 = 512,
+  GSLXDV_SOURCE_URI = 1024, /* a file name or URI, read by the XML parser */
+  GSLXDV_SOURCE_NOT_READ_2048 = 2048,
+  GSLXDV_SOURCE_NOT_READ_4096 = 4096
 };
 
 /* The entry callback: given a finished entry and the callback argument of
@@ -75,37 +75,37 @@ typedef struct GslxdvParserCtx GslxdvParserCtx;
 
 /* Why the latest document failed, or what it warns of. */
 enum {
-    GSLXDV_CAUSE_NONE = 0,            /* read whole, nothing to say */
-    GSLXDV_CAUSE_UNREADABLE = 1,      /* cannot be opened or read (detail:
-                                         the system's reason) */
-    GSLXDV_CAUSE_UNSUPPORTED = 2,     /* a URI this reader does not fetch */
-    GSLXDV_CAUSE_BAD_URI = 3,         /* a file: URI that is not well formed */
-    GSLXDV_CAUSE_NOT_WELL_FORMED = 4, /* detail: the XML parser's description */
-    GSLXDV_CAUSE_ENTITY_REFUSED = 5,  /* an external entity, or entity
-                                         expansion past the parser's limit
-                                         (detail: the parser's description) */
-    GSLXDV_CAUSE_NO_DN = 6,           /* an entry without dn */
-    GSLXDV_CAUSE_NO_NAME = 7,         /* an attr without name */
-    GSLXDV_CAUSE_REFUSED_NAME = 8,    /* an attr name refused (detail: it) */
-    GSLXDV_CAUSE_BAD_BASE64 = 9,      /* a value's base64 text */
-    GSLXDV_CAUSE_NO_MEMORY = 10,
-    GSLXDV_CAUSE_CALLBACK = 11,       /* the entry callback refused the entry
-                                         (detail: its status) */
-    GSLXDV_CAUSE_OTHER = 12,          /* any other step that failed */
-    GSLXDV_CAUSE_NOT_DSML = 13        /* a warning, for a document read whole:
-                                         its root element is not dsml, so it
-                                         gave no entry (detail: the root's
-                                         local name) */
+  GSLXDV_CAUSE_NONE = 0,            /* read whole, nothing to say */
+  GSLXDV_CAUSE_UNREADABLE = 1,      /* cannot be opened or read (detail:
+                                       the system's reason) */
+  GSLXDV_CAUSE_UNSUPPORTED = 2,     /* a URI this reader does not fetch */
+  GSLXDV_CAUSE_BAD_URI = 3,         /* a file: URI that is not well formed */
+  GSLXDV_CAUSE_NOT_WELL_FORMED = 4, /* detail: the XML parser's description */
+  GSLXDV_CAUSE_ENTITY_REFUSED = 5,  /* an external entity, or entity
+                                       expansion past the parser's limit
+                                       (detail: the parser's description) */
+  GSLXDV_CAUSE_NO_DN = 6,           /* an entry without dn */
+  GSLXDV_CAUSE_NO_NAME = 7,         /* an attr without name */
+  GSLXDV_CAUSE_REFUSED_NAME = 8,    /* an attr name refused (detail: it) */
+  GSLXDV_CAUSE_BAD_BASE64 = 9,      /* a value's base64 text */
+  GSLXDV_CAUSE_NO_MEMORY = 10,
+  GSLXDV_CAUSE_CALLBACK = 11, /* the entry callback refused the entry
+                                 (detail: its status) */
+  GSLXDV_CAUSE_OTHER = 12,    /* any other step that failed */
+  GSLXDV_CAUSE_NOT_DSML = 13  /* a warning, for a document read whole:
+                                 its root element is not dsml, so it
+                                 gave no entry (detail: the root's
+                                 local name) */
 };
 
 enum { GSLXDV_DETAIL_SIZE = 256 };
 
 typedef struct GslxdvDiagnostic {
-    int32_t cause;    /* GSLXDV_CAUSE_* */
-    uint32_t line;    /* where in the document, counted from 1: the element */
-    uint32_t column;  /* or text at fault; 0 and 0 when it has no place */
-    char detail[GSLXDV_DETAIL_SIZE]; /* NUL-terminated, cut to fit; "" when
-                                        the cause needs none */
+  int32_t cause;                   /* GSLXDV_CAUSE_* */
+  uint32_t line;                   /* where in the document, counted from 1: the element */
+  uint32_t column;                 /* or text at fault; 0 and 0 when it has no place */
+  char detail[GSLXDV_DETAIL_SIZE]; /* NUL-terminated, cut to fit; "" when
+                                      the cause needs none */
 } GslxdvDiagnostic;
 
 /* ---- The reader -------------------------------------------------------------- */

@@ -37,28 +37,28 @@ extern "C" {
 
 /* States of the machine: where in the document the reader stands. */
 enum {
-    GSLXDV_STATE_DOCUMENT = 0,           /* inside the document, before dsml */
-    GSLXDV_STATE_DSML = 1,               /* inside dsml */
-    GSLXDV_STATE_SCHEMA = 2,             /* inside directory-schema */
-    GSLXDV_STATE_ENTRIES = 3,            /* inside directory-entries */
-    GSLXDV_STATE_ENTRY = 4,              /* inside entry */
-    GSLXDV_STATE_OBJECTCLASS = 5,        /* inside objectclass */
-    GSLXDV_STATE_OC_VALUE = 6,           /* inside oc-value */
-    GSLXDV_STATE_ATTR = 7,               /* inside attr */
-    GSLXDV_STATE_VALUE = 8,              /* inside value */
-    GSLXDV_STATE_CLASS = 9,              /* inside class */
-    GSLXDV_STATE_ATTRIBUTE_TYPE = 10,    /* inside attribute-type */
-    GSLXDV_STATE_NAME = 11,              /* inside name (of a class or type) */
-    GSLXDV_STATE_DESCRIPTION = 12,       /* inside description */
-    GSLXDV_STATE_OBJECT_IDENTIFIER = 13, /* inside object-identifier */
-    GSLXDV_STATE_CLASS_ATTRIBUTE = 14,   /* inside attribute (of a class) */
-    GSLXDV_STATE_SYNTAX = 15,            /* inside syntax */
-    GSLXDV_STATE_EQUALITY = 16,          /* inside equality */
-    GSLXDV_STATE_ORDERING = 17,          /* inside ordering */
-    GSLXDV_STATE_SUBSTRING = 18,         /* inside substring */
-    GSLXDV_STATE_SKIPPING = 999,         /* skipping an unexpected element;
-                                            also a fresh machine's state */
-    GSLXDV_STATE_ENDED = 1000            /* the document has ended */
+  GSLXDV_STATE_DOCUMENT = 0,           /* inside the document, before dsml */
+  GSLXDV_STATE_DSML = 1,               /* inside dsml */
+  GSLXDV_STATE_SCHEMA = 2,             /* inside directory-schema */
+  GSLXDV_STATE_ENTRIES = 3,            /* inside directory-entries */
+  GSLXDV_STATE_ENTRY = 4,              /* inside entry */
+  GSLXDV_STATE_OBJECTCLASS = 5,        /* inside objectclass */
+  GSLXDV_STATE_OC_VALUE = 6,           /* inside oc-value */
+  GSLXDV_STATE_ATTR = 7,               /* inside attr */
+  GSLXDV_STATE_VALUE = 8,              /* inside value */
+  GSLXDV_STATE_CLASS = 9,              /* inside class */
+  GSLXDV_STATE_ATTRIBUTE_TYPE = 10,    /* inside attribute-type */
+  GSLXDV_STATE_NAME = 11,              /* inside name (of a class or type) */
+  GSLXDV_STATE_DESCRIPTION = 12,       /* inside description */
+  GSLXDV_STATE_OBJECT_IDENTIFIER = 13, /* inside object-identifier */
+  GSLXDV_STATE_CLASS_ATTRIBUTE = 14,   /* inside attribute (of a class) */
+  GSLXDV_STATE_SYNTAX = 15,            /* inside syntax */
+  GSLXDV_STATE_EQUALITY = 16,          /* inside equality */
+  GSLXDV_STATE_ORDERING = 17,          /* inside ordering */
+  GSLXDV_STATE_SUBSTRING = 18,         /* inside substring */
+  GSLXDV_STATE_SKIPPING = 999,         /* skipping an unexpected element;
+                                          also a fresh machine's state */
+  GSLXDV_STATE_ENDED = 1000            /* the document has ended */
 };
 
 /* Most states the element-state stack holds: the transitions go at most
@@ -68,45 +68,43 @@ enum { GSLXDV_MAX_DEPTH = 8 };
 
 /* The state machine; the user context of every handler. */
 typedef struct GslxdvStateMachine {
-    LDAPEntry *entry;         /* being built; null outside entry. Owned */
-    LDAPAttribute *attribute; /* being built; null outside objectclass and
-                                 attr. Owned until added to the entry */
-    uint16_t states[GSLXDV_MAX_DEPTH]; /* element-state stack: for each open
-                                          element not entered while skipping,
-                                          the state to return to when it
-                                          closes */
-    uint32_t depth;           /* states on the stack */
-    uint16_t reading;         /* 1 from the start of a document to its end
-                                 or failure */
-    gsluctx *core_context;    /* every allocation and release */
-    char *text;               /* the text buffer, kept from one value to the
-                                 next within a document; null when none.
-                                 Owned */
-    uint32_t text_length;     /* bytes of pending text, the NUL not counted */
-    uint32_t text_capacity;   /* bytes the buffer holds */
-    uint16_t text_pending;    /* 1 when the buffer holds the pending value's
-                                 text (NUL-terminated) */
-    uint16_t base64;          /* 1: the current value is base64 text */
-    char *skip_name;          /* copy of the skipped element's name; null
-                                 when not skipping. Owned */
-    GslxdvEntryCallback callback;
-    void *callback_arg;
-    uint16_t skip_depth;      /* elements open while skipping */
-    uint16_t state;           /* GSLXDV_STATE_* */
-    xmlctx *xml;              /* the parser reading for this machine, told
-                                 whether text is wanted; null when the
-                                 handlers are driven without one */
-    GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
-                                    failure records its cause and place */
-    uint16_t root_seen;       /* 1 once the document's root element opened */
+  LDAPEntry *entry;                  /* being built; null outside entry. Owned */
+  LDAPAttribute *attribute;          /* being built; null outside objectclass and
+                                        attr. Owned until added to the entry */
+  uint16_t states[GSLXDV_MAX_DEPTH]; /* element-state stack: for each open
+                                        element not entered while skipping,
+                                        the state to return to when it
+                                        closes */
+  uint32_t depth;                    /* states on the stack */
+  uint16_t reading;                  /* 1 from the start of a document to its end
+                                        or failure */
+  gsluctx *core_context;             /* every allocation and release */
+  char *text;                        /* the text buffer, kept from one value to the
+                                        next within a document; null when none.
+                                        Owned */
+  uint32_t text_length;              /* bytes of pending text, the NUL not counted */
+  uint32_t text_capacity;            /* bytes the buffer holds */
+  uint16_t text_pending;             /* 1 when the buffer holds the pending value's
+                                        text (NUL-terminated) */
+  uint16_t base64;                   /* 1: the current value is base64 text */
+  char *skip_name;                   /* copy of the skipped element's name; null
+                                        when not skipping. Owned */
+  GslxdvEntryCallback callback;
+  void *callback_arg;
+  uint16_t skip_depth;         /* elements open while skipping */
+  uint16_t state;              /* GSLXDV_STATE_* */
+  xmlctx *xml;                 /* the parser reading for this machine, told
+                                  whether text is wanted; null when the
+                                  handlers are driven without one */
+  GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
+                                  failure records its cause and place */
+  uint16_t root_seen;          /* 1 once the document's root element opened */
 } GslxdvStateMachine;
-
-
 
 /* The handle the caller holds. */
 struct GslxdvParserCtx {
-    xmlctx *xml;                 /* owned parser instance */
-    GslxdvStateMachine *machine; /* owned */
+  xmlctx *xml;                 /* owned parser instance */
+  GslxdvStateMachine *machine; /* owned */
 };
 
 /* ---- Event handlers: slots 1 to 5 of the XML parser's table ------------------- */
@@ -143,9 +141,9 @@ int sax_startElement(void *machine, const char *name, const xmlattrs *attributes
 int sax_endElement(void *machine, const char *name);
 
 /* Text. Kept only inside oc-value and value (the parser is told not to
- * collect text anywhere else), replacing any text pending there; decoded first when the value is marked base64, and the mark is
- * then cleared. 5 when memory runs out, 11 for text that does not decode,
- * 9 for null bytes. */
+ * collect text anywhere else), replacing any text pending there; decoded first when the value is
+ * marked base64, and the mark is then cleared. 5 when memory runs out, 11 for text that does not
+ * decode, 9 for null bytes. */
 int sax_characters(void *machine, const char *bytes, uint32_t length);
 
 /* ---- Helpers of the handlers -------------------------------------------------- */
@@ -158,7 +156,6 @@ void gslxdv1iInitSMachine(GslxdvStateMachine *machine);
  * skipped name and nulls them. State, depth, base64 mark and callback stay.
  * 9 for a null machine, else 0. */
 int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine);
-
 
 /* The value of the first attribute whose local name equals name (lower-case
  * ASCII) ignoring case; null when there is none. */

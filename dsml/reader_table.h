@@ -25,7 +25,7 @@ struct Transition {
   uint16_t state;            // current state
   std::string_view element;  // element name in lower case, compared ignoring case
   Action action;
-  uint16_t next;             // state after the element opened
+  uint16_t next;  // state after the element opened
 };
 
 // A (state, element) pair that is not listed is skipped with its whole

@@ -21,8 +21,8 @@
 #include <string_view>
 #include <type_traits>
 
-#include "core/owned.h"
 #include "core/memory.h"
+#include "core/owned.h"
 
 static_assert(std::is_same_v<XML_Char, char>, "expat must hand over UTF-8 (char) text");
 static_assert(sizeof(xmlsaxcb) == XMLIF_SLOT_COUNT * sizeof(xmlUnreportedHandler),
@@ -151,8 +151,11 @@ constexpr size_t kErrorTextSize = 128;
 struct xmlctx {
   xmlctx(gsluctx *ctx, const xmlsaxcb *table, void *user_context,
          void *const (&values)[kConfigCount])
-      : core(ctx), handlers(table != nullptr ? *table : xmlsaxcb{}), user(user_context),
-        text(ctx), attributes(ctx) {
+      : core(ctx),
+        handlers(table != nullptr ? *table : xmlsaxcb{}),
+        user(user_context),
+        text(ctx),
+        attributes(ctx) {
     std::copy(std::begin(values), std::end(values), config);
   }
 
@@ -164,7 +167,7 @@ struct xmlctx {
 
   GrowBuffer<char> text;  // character data not yet delivered
   size_t text_length = 0;
-  bool text_wanted = true;  // see xmlWantText
+  bool text_wanted = true;                  // see xmlWantText
   GrowBuffer<const XML_Char *> attributes;  // pairs left after dropping xmlns
 
   // Where the parse failed, once it has (see xmlPosition), and why.
@@ -364,8 +367,9 @@ int hexValue(char c) {
 [[nodiscard]] int percentDecode(gsluctx *ctx, std::string_view encoded, gslu::Owned<char> *out) {
   // Detect and prevent integer overflow: the block holds the path and a NUL.
   if (encoded.size() >= kMaxAllocation) return XMLIF_BAD_URI;
-  gslu::Owned<char> path(static_cast<char *>(gslummMalloc(ctx, static_cast<uint32_t>(encoded.size() + 1))),
-                         gslu::ContextFree{ctx});
+  gslu::Owned<char> path(
+      static_cast<char *>(gslummMalloc(ctx, static_cast<uint32_t>(encoded.size() + 1))),
+      gslu::ContextFree{ctx});
   if (path == nullptr) return XMLIF_NO_MEMORY;
   size_t n = 0;
   for (size_t i = 0; i < encoded.size(); ++i) {
@@ -497,12 +501,9 @@ class ParseScope {
   }
   if (x->failure != XMLIF_OK) return x->failure;
   switch (code) {
-    case XML_ERROR_NO_MEMORY:
-      return XMLIF_NO_MEMORY;
-    case XML_ERROR_AMPLIFICATION_LIMIT_BREACH:
-      return XMLIF_ENTITY_REFUSED;
-    default:
-      return XMLIF_NOT_WELL_FORMED;
+    case XML_ERROR_NO_MEMORY: return XMLIF_NO_MEMORY;
+    case XML_ERROR_AMPLIFICATION_LIMIT_BREACH: return XMLIF_ENTITY_REFUSED;
+    default: return XMLIF_NOT_WELL_FORMED;
   }
 }
 
@@ -535,8 +536,8 @@ size_t chunkSize() {
 // The parser's operations behind the shims.
 
 xmlctx *createInstance(int *err, void *c1, void *fixed1, void *fixed2, void *fixed3, void *fixed4,
-                       void *c2, void *c3, const xmlsaxcb *handlers, void *user, void *c4,
-                       void *c5, void *c6) {
+                       void *c2, void *c3, const xmlsaxcb *handlers, void *user, void *c4, void *c5,
+                       void *c6) {
   int ignored = XMLIF_OK;
   int &status = err != nullptr ? *err : ignored;
   status = XMLIF_OK;
@@ -592,8 +593,8 @@ extern "C" {
 
 xmlctx *xmlinit(int *err, void *c1, void *c2, void *c3, const xmlsaxcb *handlers, void *user,
                 void *c4, void *c5, void *c6) {
-  return createInstance(err, c1, nullptr, nullptr, nullptr, nullptr, c2, c3, handlers, user, c4,
-                        c5, c6);
+  return createInstance(err, c1, nullptr, nullptr, nullptr, nullptr, c2, c3, handlers, user, c4, c5,
+                        c6);
 }
 
 int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t flags) {

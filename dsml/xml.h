@@ -48,42 +48,42 @@ extern "C" {
 
 /* Statuses of xmlinit (through its out-parameter) and xmlparse. */
 enum {
-    XMLIF_OK = 0,
-    XMLIF_NULL_ARGUMENT = 1,      /* null instance or source */
-    XMLIF_NO_MEMORY = 2,          /* an allocation failed (expat's included) */
-    XMLIF_NO_CONTEXT = 3,         /* the core context could not be created */
-    XMLIF_SOURCE_UNREADABLE = 4,  /* the file could not be opened or read */
-    XMLIF_UNSUPPORTED_SOURCE = 5, /* a URI scheme other than file:, or a
-                                     file: URI naming another host */
-    XMLIF_BAD_URI = 6,            /* a file: URI that is not well formed */
-    XMLIF_NOT_WELL_FORMED = 7,    /* the document is not well-formed XML, or
-                                     is in an encoding expat does not know */
-    XMLIF_ENTITY_REFUSED = 8,     /* an entity that is not loaded was used, or
-                                     entity expansion went past expat's limit */
-    XMLIF_TEXT_TOO_LONG = 9,      /* one text longer than 32-bit sizes allow */
-    XMLIF_HANDLER_FAILED = 10,    /* a handler returned a non-zero status */
-    XMLIF_BUSY = 11               /* xmlparse called again from a handler */
+  XMLIF_OK = 0,
+  XMLIF_NULL_ARGUMENT = 1,      /* null instance or source */
+  XMLIF_NO_MEMORY = 2,          /* an allocation failed (expat's included) */
+  XMLIF_NO_CONTEXT = 3,         /* the core context could not be created */
+  XMLIF_SOURCE_UNREADABLE = 4,  /* the file could not be opened or read */
+  XMLIF_UNSUPPORTED_SOURCE = 5, /* a URI scheme other than file:, or a
+                                   file: URI naming another host */
+  XMLIF_BAD_URI = 6,            /* a file: URI that is not well formed */
+  XMLIF_NOT_WELL_FORMED = 7,    /* the document is not well-formed XML, or
+                                   is in an encoding expat does not know */
+  XMLIF_ENTITY_REFUSED = 8,     /* an entity that is not loaded was used, or
+                                   entity expansion went past expat's limit */
+  XMLIF_TEXT_TOO_LONG = 9,      /* one text longer than 32-bit sizes allow */
+  XMLIF_HANDLER_FAILED = 10,    /* a handler returned a non-zero status */
+  XMLIF_BUSY = 11               /* xmlparse called again from a handler */
 };
 
 /* Slots of the handler table, numbered from 1. */
 enum {
-    XMLIF_SLOT_START_DOCUMENT = 1,
-    XMLIF_SLOT_END_DOCUMENT = 2,
-    XMLIF_SLOT_START_ELEMENT = 3,
-    XMLIF_SLOT_END_ELEMENT = 4,
-    XMLIF_SLOT_CHARACTERS = 5,
-    XMLIF_SLOT_FIRST_UNREPORTED = 6, /* slots 6 to 20: events this parser
-                                        never reports; leave them null */
-    XMLIF_SLOT_COUNT = 20
+  XMLIF_SLOT_START_DOCUMENT = 1,
+  XMLIF_SLOT_END_DOCUMENT = 2,
+  XMLIF_SLOT_START_ELEMENT = 3,
+  XMLIF_SLOT_END_ELEMENT = 4,
+  XMLIF_SLOT_CHARACTERS = 5,
+  XMLIF_SLOT_FIRST_UNREPORTED = 6, /* slots 6 to 20: events this parser
+                                      never reports; leave them null */
+  XMLIF_SLOT_COUNT = 20
 };
 
 /* Option bits of xmlparse's flags. They are the parser's own; this parser
  * accepts and records them, and always reads a plain, non-validated
  * document whatever they say. The DSML reader passes XMLIF_READER_FLAGS. */
 enum {
-    XMLIF_OPTION_BIT_1 = 0x2,
-    XMLIF_OPTION_BIT_3 = 0x8,
-    XMLIF_READER_FLAGS = XMLIF_OPTION_BIT_1 | XMLIF_OPTION_BIT_3
+  XMLIF_OPTION_BIT_1 = 0x2,
+  XMLIF_OPTION_BIT_3 = 0x8,
+  XMLIF_READER_FLAGS = XMLIF_OPTION_BIT_1 | XMLIF_OPTION_BIT_3
 };
 
 /* Documents are read in chunks of this many bytes. */
@@ -107,12 +107,12 @@ typedef void (*xmlUnreportedHandler)(void);
 /* The handler table: 20 slots, each a handler or null. A null slot means
  * the event is not reported. */
 typedef struct xmlsaxcb {
-    xmlStartDocumentHandler startDocument; /* slot 1 */
-    xmlEndDocumentHandler endDocument;     /* slot 2 */
-    xmlStartElementHandler startElement;   /* slot 3 */
-    xmlEndElementHandler endElement;       /* slot 4 */
-    xmlCharactersHandler characters;       /* slot 5 */
-    xmlUnreportedHandler unreported[XMLIF_SLOT_COUNT - XMLIF_SLOT_FIRST_UNREPORTED + 1];
+  xmlStartDocumentHandler startDocument; /* slot 1 */
+  xmlEndDocumentHandler endDocument;     /* slot 2 */
+  xmlStartElementHandler startElement;   /* slot 3 */
+  xmlEndElementHandler endElement;       /* slot 4 */
+  xmlCharactersHandler characters;       /* slot 5 */
+  xmlUnreportedHandler unreported[XMLIF_SLOT_COUNT - XMLIF_SLOT_FIRST_UNREPORTED + 1];
 } xmlsaxcb;
 
 /* Creates a parser instance that reports events to a copy of *handlers
@@ -120,8 +120,8 @@ typedef struct xmlsaxcb {
  * values c1 to c6 are kept with the instance; expat needs none of them.
  * *err (when err is not null) is set to XMLIF_OK, or to XMLIF_NO_CONTEXT or
  * XMLIF_NO_MEMORY when null is returned. Release with xmlterm. */
-xmlctx *xmlinit(int *err, void *c1, void *c2, void *c3, const xmlsaxcb *handlers,
-                void *user, void *c4, void *c5, void *c6);
+xmlctx *xmlinit(int *err, void *c1, void *c2, void *c3, const xmlsaxcb *handlers, void *user,
+                void *c4, void *c5, void *c6);
 
 /* Reads and parses the document named by source: a file name, or a URI.
  * Only file: URIs are read (file:/path, file:///path, file://localhost/path,

@@ -21,8 +21,8 @@ extern "C" {
 
 /* Results of gsluztvb64_getval. */
 enum {
-    GSLUZTV_B64_DIGIT = 0,      /* the character is a base64 digit */
-    GSLUZTV_B64_NOT_DIGIT = -1  /* anything else, "=" included */
+  GSLUZTV_B64_DIGIT = 0,     /* the character is a base64 digit */
+  GSLUZTV_B64_NOT_DIGIT = -1 /* anything else, "=" included */
 };
 
 /* Result of gsluztvb64cln (it cannot fail). */
@@ -32,18 +32,15 @@ enum { GSLUZTV_B64_CLEANED = 0 };
 enum { GSLUZTV_B64_MALFORMED = 0 };
 
 /* Modes of gsluztvb64gol. */
-enum {
-    GSLUZTV_B64_SIZE_ENCODE = 1,
-    GSLUZTV_B64_SIZE_DECODE = 2
-};
+enum { GSLUZTV_B64_SIZE_ENCODE = 1, GSLUZTV_B64_SIZE_DECODE = 2 };
 
 /* Line lengths, in groups of four digits, used by the fixed encoders, and
  * the longest line gsluztvb64scn accepts, in characters. */
 enum {
-    GSLUZTV_B64_LINE_PLAIN = 0,    /* gsluztvb64e: a newline every 256 digits */
-    GSLUZTV_B64_LINE_FOLDED = 16,  /* gsluztvb64en: a newline every 64 digits */
-    GSLUZTV_B64_LINE_NEVER = 64,   /* this or more: no newline at all */
-    GSLUZTV_B64_SCAN_LINE_MAX = 76
+  GSLUZTV_B64_LINE_PLAIN = 0,   /* gsluztvb64e: a newline every 256 digits */
+  GSLUZTV_B64_LINE_FOLDED = 16, /* gsluztvb64en: a newline every 64 digits */
+  GSLUZTV_B64_LINE_NEVER = 64,  /* this or more: no newline at all */
+  GSLUZTV_B64_SCAN_LINE_MAX = 76
 };
 
 /* Encodes length bytes of in into out and returns the number of characters
@@ -55,8 +52,7 @@ enum {
  * 256 digits, line_groups 64 or more never gives one. No newline follows a
  * final partial group. A null in or out, or output of more than
  * 4294967295 characters, writes nothing and returns 0. */
-uint32_t gsluztvb64ecr(const void *in, uint32_t length, char *out,
-                       uint32_t line_groups);
+uint32_t gsluztvb64ecr(const void *in, uint32_t length, char *out, uint32_t line_groups);
 
 /* gsluztvb64ecr with line_groups 0: a newline after every 256 digits. */
 uint32_t gsluztvb64e(const void *in, uint32_t length, char *out);

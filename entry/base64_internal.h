@@ -69,9 +69,10 @@ inline char *encodeGroups(const uint8_t **in, uint64_t groups, const uint8_t *en
   constexpr uint64_t kPairBytes = 2 * kBytesPerGroup;
   constexpr uint64_t kLoadBytes = 8;
   const uint64_t readable = static_cast<uint64_t>(end - p);
-  const uint64_t pairs = readable < kLoadBytes
-                             ? 0
-                             : std::min<uint64_t>(groups / 2, (readable - kLoadBytes) / kPairBytes + 1);
+  const uint64_t pairs =
+      readable < kLoadBytes
+          ? 0
+          : std::min<uint64_t>(groups / 2, (readable - kLoadBytes) / kPairBytes + 1);
   for (uint64_t i = 0; i < pairs; ++i, p += kPairBytes, out += 2 * kDigitsPerGroup) {
     const uint64_t w = loadBigEndian64(p);  // the six bytes of both groups on top
     writeDigitPair(w >> 52, out);

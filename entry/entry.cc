@@ -46,7 +46,9 @@ template <class T>
 // the name (entry_internal.h).
 constexpr size_t kVerdictSize = sizeof(int64_t);
 
-[[nodiscard]] char *nameBehind(LDAPAttribute *attribute) { return tailOf(attribute) + kVerdictSize; }
+[[nodiscard]] char *nameBehind(LDAPAttribute *attribute) {
+  return tailOf(attribute) + kVerdictSize;
+}
 
 // Copies the NUL-terminated s of `length` bytes behind record and returns
 // the copy.
@@ -207,7 +209,8 @@ namespace gslu::entry {
 int64_t checkedNameLengthOf(const LDAPAttribute *attribute) {
   // A name that is not the copy made at creation is checked as it stands.
   auto *record = const_cast<LDAPAttribute *>(attribute);
-  if (attribute->name != nameBehind(record)) return ldif::checkedAttributeNameLength(attribute->name);
+  if (attribute->name != nameBehind(record))
+    return ldif::checkedAttributeNameLength(attribute->name);
   int64_t checked = 0;
   std::memcpy(&checked, tailOf(record), kVerdictSize);
   return checked;
@@ -411,8 +414,7 @@ int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute) {
   return GSLCLE_OK;
 }
 
-int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
-                         const char *value) {
+int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute, const char *value) {
   return addCopiedValue<char>(
       ctx, attribute, value, GSLCLE_VALUES_TEXT,
       [value](gsluctx *core) { return gslussdStrdup(core, value); }, freeString);
@@ -443,7 +445,9 @@ int gslclegavGetAttrValues(const gslcClientHandle *ctx, const LDAPAttribute *att
   if (attribute->value_kind == GSLCLE_VALUES_BINARY) return GSLCLE_NOT_APPLICABLE;
   return buildArray<char>(
       core, attribute->count, values,
-      [&](uint32_t i) { return gslussdStrdup(core, static_cast<const char *>(attribute->values[i])); },
+      [&](uint32_t i) {
+        return gslussdStrdup(core, static_cast<const char *>(attribute->values[i]));
+      },
       freeStringArray);
 }
 
@@ -465,8 +469,7 @@ int gslclegabvGetAttrBValues(const gslcClientHandle *ctx, const LDAPAttribute *a
       freeBervalArray);
 }
 
-int gslcleasAttrSize(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
-                     uint32_t *count) {
+int gslcleasAttrSize(const gslcClientHandle *ctx, const LDAPAttribute *attribute, uint32_t *count) {
   if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
   if (attribute == nullptr || count == nullptr) return GSLCLE_NULL_ARG;
   *count = attribute->count;

@@ -26,10 +26,10 @@
  * GSLCLE_VALUES_TEXT keeps NUL-terminated strings; kind GSLCLE_VALUES_BINARY
  * keeps counted byte strings (BERVal), which may hold any byte, NUL
  * included; each is stored as one block, its bytes after the BERVal (so it
- * is freed with the attribute, never by itself). The values array grows in steps of GSLCLE_VALUES_STEP slots:
- * when a value is added while the count is a multiple of five (0 included)
- * the array is reallocated to count + 5 slots, the old size (count slots)
- * being passed to the reallocation.
+ * is freed with the attribute, never by itself). The values array grows in steps of
+ * GSLCLE_VALUES_STEP slots: when a value is added while the count is a multiple of five (0
+ * included) the array is reallocated to count + 5 slots, the old size (count slots) being passed to
+ * the reallocation.
  *
  * Not offered here: building an entry from a directory search result, which
  * needs the directory client library's result records.
@@ -49,48 +49,44 @@ extern "C" {
 
 /* Status codes of this module. */
 enum {
-    GSLCLE_OK = 0,
-    GSLCLE_BAD_CHANGE_TYPE = 1, /* change type outside 1-4 (entry) or 5-7
-                                   (attribute) */
-    GSLCLE_NOT_APPLICABLE = 2,  /* the operation does not apply to this
-                                   record: rename field of a non-modrdn entry,
-                                   attribute added to an entry that is neither
-                                   add nor modify, value of the wrong kind */
-    GSLCLE_BAD_VALUE_KIND = 4,  /* value kind other than 0 or 128 */
-    GSLCLE_NO_MEMORY = 5,       /* an allocation failed; the record being
-                                   built is left as it was */
-    GSLCLE_NULL_ARG = 9,        /* a required pointer argument is null */
-    GSLCLE_NO_CORE = 10,        /* gslcledaDestLDAPAttr: no core context */
-    GSLCLE_NO_CONTEXT = 89,     /* no core context from the client handle */
-    GSLCLE_EMPTY_NAME = 89      /* attribute creation with an empty name */
+  GSLCLE_OK = 0,
+  GSLCLE_BAD_CHANGE_TYPE = 1, /* change type outside 1-4 (entry) or 5-7
+                                 (attribute) */
+  GSLCLE_NOT_APPLICABLE = 2,  /* the operation does not apply to this
+                                 record: rename field of a non-modrdn entry,
+                                 attribute added to an entry that is neither
+                                 add nor modify, value of the wrong kind */
+  GSLCLE_BAD_VALUE_KIND = 4,  /* value kind other than 0 or 128 */
+  GSLCLE_NO_MEMORY = 5,       /* an allocation failed; the record being
+                                 built is left as it was */
+  GSLCLE_NULL_ARG = 9,        /* a required pointer argument is null */
+  GSLCLE_NO_CORE = 10,        /* gslcledaDestLDAPAttr: no core context */
+  GSLCLE_NO_CONTEXT = 89,     /* no core context from the client handle */
+  GSLCLE_EMPTY_NAME = 89      /* attribute creation with an empty name */
 };
 
 /* Results of gslcleAttrNameCmpCBF besides the comparison itself. */
 enum {
-    GSLCLE_CMP_EQUAL = 0,
-    GSLCLE_CMP_NULL_ARG = -2,   /* null attribute or name */
-    GSLCLE_CMP_NO_CONTEXT = 89  /* no core context: counts as a mismatch */
+  GSLCLE_CMP_EQUAL = 0,
+  GSLCLE_CMP_NULL_ARG = -2,  /* null attribute or name */
+  GSLCLE_CMP_NO_CONTEXT = 89 /* no core context: counts as a mismatch */
 };
 
 /* Change types of an entry. */
 enum {
-    GSLCLE_CHANGE_ADD = 1,
-    GSLCLE_CHANGE_DELETE = 2,
-    GSLCLE_CHANGE_MODIFY = 3,
-    GSLCLE_CHANGE_MODRDN = 4
+  GSLCLE_CHANGE_ADD = 1,
+  GSLCLE_CHANGE_DELETE = 2,
+  GSLCLE_CHANGE_MODIFY = 3,
+  GSLCLE_CHANGE_MODRDN = 4
 };
 
 /* Change types of an attribute (its modification in a modify record). */
-enum {
-    GSLCLE_ATTR_ADD = 5,
-    GSLCLE_ATTR_DELETE = 6,
-    GSLCLE_ATTR_REPLACE = 7
-};
+enum { GSLCLE_ATTR_ADD = 5, GSLCLE_ATTR_DELETE = 6, GSLCLE_ATTR_REPLACE = 7 };
 
 /* Value kinds of an attribute. */
 enum {
-    GSLCLE_VALUES_TEXT = 0,     /* NUL-terminated strings */
-    GSLCLE_VALUES_BINARY = 128  /* counted byte strings (BERVal) */
+  GSLCLE_VALUES_TEXT = 0,    /* NUL-terminated strings */
+  GSLCLE_VALUES_BINARY = 128 /* counted byte strings (BERVal) */
 };
 
 /* Growth step of the values array, in slots. */
@@ -100,37 +96,37 @@ enum { GSLCLE_VALUES_STEP = 5 };
  * counted. bytes is null when the string was made from a null source or is
  * empty (length 0). Whoever holds the pointer owns the record and its bytes. */
 typedef struct BERVal {
-    size_t length;
-    char *bytes;
+  size_t length;
+  char *bytes;
 } BERVal;
 
 /* One attribute. Read-only for callers: change it through the operations. */
 typedef struct LDAPAttribute {
-    char *name;          /* owned copy of the attribute type (options such as
-                            ";binary" included) */
-    void **values;       /* owned array of count values (char * for kind 0,
-                            BERVal * for kind 128); null before the first */
-    uint32_t count;      /* number of values */
-    uint8_t value_kind;  /* GSLCLE_VALUES_TEXT or GSLCLE_VALUES_BINARY */
-    uint8_t change_type; /* GSLCLE_ATTR_*, GSLCLE_ATTR_ADD at creation */
-    void *next;          /* link field of the entry's attribute list (see
-                            util/list.h): null at creation and while the
-                            attribute is in no list or is its last element */
+  char *name;          /* owned copy of the attribute type (options such as
+                          ";binary" included) */
+  void **values;       /* owned array of count values (char * for kind 0,
+                          BERVal * for kind 128); null before the first */
+  uint32_t count;      /* number of values */
+  uint8_t value_kind;  /* GSLCLE_VALUES_TEXT or GSLCLE_VALUES_BINARY */
+  uint8_t change_type; /* GSLCLE_ATTR_*, GSLCLE_ATTR_ADD at creation */
+  void *next;          /* link field of the entry's attribute list (see
+                          util/list.h): null at creation and while the
+                          attribute is in no list or is its last element */
 } LDAPAttribute;
 
 /* One entry. Read-only for callers: change it through the operations. */
 typedef struct LDAPEntry {
-    char *dn;                     /* owned copy of the DN */
-    GslulsList *attributes;       /* LDAPAttribute records in the order they
-                                     were added; null before the first */
-    uint8_t change_type;          /* GSLCLE_CHANGE_*, add at creation */
-    uint8_t explicit_change_type; /* 1 once a change type was set: tells an
-                                     LDIF "changetype: add" record from a
-                                     plain content record (both type add) */
-    char *new_rdn;                /* owned or null; modrdn only */
-    uint8_t delete_old_rdn;       /* 0 or 1; modrdn only */
-    char *new_superior;           /* owned or null; modrdn only */
-    void *reserved[2];            /* null; not used by this library */
+  char *dn;                     /* owned copy of the DN */
+  GslulsList *attributes;       /* LDAPAttribute records in the order they
+                                   were added; null before the first */
+  uint8_t change_type;          /* GSLCLE_CHANGE_*, add at creation */
+  uint8_t explicit_change_type; /* 1 once a change type was set: tells an
+                                   LDIF "changetype: add" record from a
+                                   plain content record (both type add) */
+  char *new_rdn;                /* owned or null; modrdn only */
+  uint8_t delete_old_rdn;       /* 0 or 1; modrdn only */
+  char *new_superior;           /* owned or null; modrdn only */
+  void *reserved[2];            /* null; not used by this library */
 } LDAPEntry;
 
 /* ---- Entry operations ------------------------------------------------------ */
@@ -233,8 +229,7 @@ int gslcledaDestLDAPAttr(gsluctx *core, LDAPAttribute *attribute);
 /* Appends a copy of value to a kind-0 attribute (else 2). 9 for a null
  * argument, 5 when the copy or the grown array cannot be allocated (the
  * attribute is then unchanged). */
-int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute,
-                         const char *value);
+int gslcleavAddAttrValue(const gslcClientHandle *ctx, LDAPAttribute *attribute, const char *value);
 
 /* Appends a copy of value to a kind-128 attribute (else 2): the same length
  * and bytes as gslcleBERValDUP(value) gives (length 0 and null bytes for a
@@ -246,8 +241,7 @@ int gslcleabvAddAttrBValue(const gslcClientHandle *ctx, LDAPAttribute *attribute
 
 /* *name = a copy of the attribute's name. 9 for a null argument, 5 when the
  * copy cannot be allocated. */
-int gslclegatnGetAttrName(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
-                          char **name);
+int gslclegatnGetAttrName(const gslcClientHandle *ctx, const LDAPAttribute *attribute, char **name);
 
 /* *values = a fresh array of copies of the count string values followed by
  * a null entry; free it with gslcleValsFree(). Kind-0 attributes only (else
@@ -264,8 +258,7 @@ int gslclegabvGetAttrBValues(const gslcClientHandle *ctx, const LDAPAttribute *a
                              BERVal ***values);
 
 /* *count = the number of values. 9 for a null argument. */
-int gslcleasAttrSize(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
-                     uint32_t *count);
+int gslcleasAttrSize(const gslcClientHandle *ctx, const LDAPAttribute *attribute, uint32_t *count);
 
 /* *change_type = the attribute's change type. 9 for a null argument. */
 int gslclegactGetAttrChangeType(const gslcClientHandle *ctx, const LDAPAttribute *attribute,

@@ -29,10 +29,18 @@ constexpr size_t kBinarySuffixSize = sizeof kBinarySuffix - 1;
 
 // Attribute types whose values are binary data, whole names.
 constexpr const char *kBinaryTypes[] = {
-    "photo",           "personalsignature",       "audio",
-    "jpegphoto",       "javaserializedobject",    "thumbnailphoto",
-    "thumbnaillogo",   "usercertificate",         "cacertificate",
-    "authorityrevocationlist", "certificaterevocationlist", "crosscertificatepair",
+    "photo",
+    "personalsignature",
+    "audio",
+    "jpegphoto",
+    "javaserializedobject",
+    "thumbnailphoto",
+    "thumbnaillogo",
+    "usercertificate",
+    "cacertificate",
+    "authorityrevocationlist",
+    "certificaterevocationlist",
+    "crosscertificatepair",
     "x500uniqueidentifier",
 };
 
@@ -219,7 +227,8 @@ char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t co
   out += type.size();
   if (base64) {
     std::memcpy(out, ":: ", 3);
-    out = writeBase64(out + 3, type.size() + 3, reinterpret_cast<const unsigned char *>(bytes), count);
+    out = writeBase64(out + 3, type.size() + 3, reinterpret_cast<const unsigned char *>(bytes),
+                      count);
   } else {
     std::memcpy(out, ": ", 2);
     // The space after the colon is not counted.
@@ -256,7 +265,8 @@ ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, ui
   char *block = nullptr;
   uint64_t converted = 0;
   if (gsluucoConvertOutput(core, value, length, &block, &converted) != GSLUUC_OK) {
-    gslutcTrace(GSLUTC_LEVEL_FATAL, "Error converting output from UTF8 to Native \n", GSLUF_ARG_END);
+    gslutcTrace(GSLUTC_LEVEL_FATAL, "Error converting output from UTF8 to Native \n",
+                GSLUF_ARG_END);
     return;  // the unconverted bytes are encoded
   }
   converted_.reset(block);
@@ -301,8 +311,7 @@ void gsldlCPutTypeAndValue(char **position, const char *type, const char *value,
       (value == nullptr && length != 0)) {
     return;
   }
-  const ValueLine line(gslu::resolveContext(nullptr), type, value, length,
-                       Conversion::kAsContext);
+  const ValueLine line(gslu::resolveContext(nullptr), type, value, length, Conversion::kAsContext);
   *position = line.write(*position);
 }
 

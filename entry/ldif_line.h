@@ -37,16 +37,10 @@ extern "C" {
 #endif
 
 /* Results of gsldlEIsBinary. */
-enum {
-    GSLDL_BINARY = 0,
-    GSLDL_NOT_BINARY = -1
-};
+enum { GSLDL_BINARY = 0, GSLDL_NOT_BINARY = -1 };
 
 /* Results of gsldlVTypeCheck. */
-enum {
-    GSLDL_TYPE_OK = 0,
-    GSLDL_TYPE_REFUSED = -1
-};
+enum { GSLDL_TYPE_OK = 0, GSLDL_TYPE_REFUSED = -1 };
 
 /* Whether type can start a line without changing the structure of the text
  * around it: GSLDL_TYPE_REFUSED for a null type, a type holding a control
@@ -69,8 +63,7 @@ char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t lengt
  * gsldlDLdifTypeAndValue would allocate, or more when a converted value
  * grows. Nothing is written for a null position, a type that gsldlVTypeCheck
  * refuses, or a null value with a non-zero length. */
-void gsldlCPutTypeAndValue(char **position, const char *type, const char *value,
-                           uint32_t length);
+void gsldlCPutTypeAndValue(char **position, const char *type, const char *value, uint32_t length);
 
 /* GSLDL_BINARY (0) when the values of type must never be converted: the
  * type ends in ";binary" (its first occurrence, any letter case) or is one

@@ -130,7 +130,9 @@ class SizeSink {
 class WriteSink {
  public:
   WriteSink(gsluctx *core, uint64_t measured, Decisions &decisions)
-      : core_(core), decisions_(decisions), block_(nullptr, {core}),
+      : core_(core),
+        decisions_(decisions),
+        block_(nullptr, {core}),
         converts_(gslu::convertsOutput(core)) {
     // Detect and prevent integer overflow: the text and its NUL must fit 32 bits.
     if (measured + 1 > UINT32_MAX) return;
@@ -149,7 +151,8 @@ class WriteSink {
     const Form form = decisions_.form([&] { return gslu::ldif::chooseForm(value, length); });
     if (!converts_) {
       // The sizing pass measured this very line: it fits.
-      if (block_) used_ = offsetOf(gslu::ldif::writeLine(end(), type, value, form.shown, form.base64));
+      if (block_)
+        used_ = offsetOf(gslu::ldif::writeLine(end(), type, value, form.shown, form.base64));
       return;
     }
     const ValueLine l(core_, type, value, length, form, Conversion::kAsContext);
@@ -322,12 +325,9 @@ enum class Body { kNone, kContent, kModify, kModRdn, kDelete };
         return attributeCount(entry) == 0 ? Body::kNone : Body::kContent;
       }
       [[fallthrough]];
-    case GSLCLE_CHANGE_MODIFY:
-      return attributeCount(entry) == 0 ? Body::kNone : Body::kModify;
-    case GSLCLE_CHANGE_MODRDN:
-      return Body::kModRdn;
-    default:
-      return Body::kDelete;
+    case GSLCLE_CHANGE_MODIFY: return attributeCount(entry) == 0 ? Body::kNone : Body::kModify;
+    case GSLCLE_CHANGE_MODRDN: return Body::kModRdn;
+    default: return Body::kDelete;
   }
 }
 
@@ -424,9 +424,10 @@ char *gslcleGetAttrAsLDIF(const gslcClientHandle *ctx, const LDAPAttribute *attr
                           int with_header) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || attribute == nullptr) return nullptr;
-  return render(core, false, [&](auto &sink) {
-    putAttribute(sink, attribute, with_header == GSLCLE_LDIF_HEADER);
-  }).text;
+  return render(
+             core, false,
+             [&](auto &sink) { putAttribute(sink, attribute, with_header == GSLCLE_LDIF_HEADER); })
+      .text;
 }
 
 }  // extern "C"

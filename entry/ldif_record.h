@@ -45,19 +45,19 @@ extern "C" {
 
 /* Statuses of gslclegalGetAsLDIF and gslclecnCheckAttrName. */
 enum {
-    GSLCLEGAL_OK = 0,
-    GSLCLEGAL_REFUSED = 2,     /* an attribute name, new RDN or new superior
-                                  would change the structure of the LDIF
-                                  (see gslclecnCheckAttrName) */
-    GSLCLEGAL_NO_MEMORY = 5,   /* the text could not be allocated (*text null) */
-    GSLCLEGAL_NULL_ARG = 9,    /* null entry or text */
-    GSLCLEGAL_NO_CONTEXT = 89  /* no core context */
+  GSLCLEGAL_OK = 0,
+  GSLCLEGAL_REFUSED = 2,    /* an attribute name, new RDN or new superior
+                               would change the structure of the LDIF
+                               (see gslclecnCheckAttrName) */
+  GSLCLEGAL_NO_MEMORY = 5,  /* the text could not be allocated (*text null) */
+  GSLCLEGAL_NULL_ARG = 9,   /* null entry or text */
+  GSLCLEGAL_NO_CONTEXT = 89 /* no core context */
 };
 
 /* Values of gslcleGetAttrAsLDIF's with_header. */
 enum {
-    GSLCLE_LDIF_NO_HEADER = 0, /* content record: value lines only */
-    GSLCLE_LDIF_HEADER = 1     /* modify or explicit add: "add: name" first */
+  GSLCLE_LDIF_NO_HEADER = 0, /* content record: value lines only */
+  GSLCLE_LDIF_HEADER = 1     /* modify or explicit add: "add: name" first */
 };
 
 /* Whether name may name an attribute of a record: GSLCLEGAL_OK, or

@@ -74,20 +74,23 @@ struct Out {
   void release(size_t input_size) {
     check(text == nullptr || std::strlen(text) <= input_size);
     gslumfFree(nullptr, text);
-    if (value != nullptr) check(value->bv_len <= input_size && value->bv_val[value->bv_len] == '\0');
+    if (value != nullptr)
+      check(value->bv_len <= input_size && value->bv_val[value->bv_len] == '\0');
     gsledeOBerBvfree(nullptr, value);
     if (in_place.bv_val != nullptr) check(in_place.bv_val[in_place.bv_len] == '\0');
     gslumfFree(nullptr, in_place.bv_val);
     if (bits != nullptr) {
       check((bit_count + 7) / 8 <= input_size);
       unsigned sum = 0;
-      for (ber_len_t i = 0; i < (bit_count + 7) / 8; ++i) sum += static_cast<unsigned char>(bits[i]);
+      for (ber_len_t i = 0; i < (bit_count + 7) / 8; ++i)
+        sum += static_cast<unsigned char>(bits[i]);
       (void)sum;
     }
     gslumfFree(nullptr, bits);
     for (char **s = strings; s != nullptr && *s != nullptr; ++s) gslumfFree(nullptr, *s);
     gslumfFree(nullptr, strings);
-    for (struct berval **v = values; v != nullptr && *v != nullptr; ++v) check((*v)->bv_len <= input_size);
+    for (struct berval **v = values; v != nullptr && *v != nullptr; ++v)
+      check((*v)->bv_len <= input_size);
     gsledePBerBvecfree(nullptr, values);
   }
 };
@@ -97,22 +100,26 @@ using Scan = uint32_t (*)(gsleBerElement *, Out &);
 // The formats, each a call with its arguments in order.
 const Scan kFormats[] = {
     [](gsleBerElement *b, Out &o) {
-      return gsledeNBerScanf(nullptr, b, "{iaOoBvV}", &o.number, &o.text, &o.value, &o.in_place, &o.bits,
-                             &o.bit_count, &o.strings, &o.values);
+      return gsledeNBerScanf(nullptr, b, "{iaOoBvV}", &o.number, &o.text, &o.value, &o.in_place,
+                             &o.bits, &o.bit_count, &o.strings, &o.values);
     },
     [](gsleBerElement *b, Out &o) {
-      return gsledeNBerScanf(nullptr, b, "{it{isto}}", &o.number, &o.peeked, &o.flag, o.buffer, &o.buffer_length,
-                             &o.taken, &o.in_place);
+      return gsledeNBerScanf(nullptr, b, "{it{isto}}", &o.number, &o.peeked, &o.flag, o.buffer,
+                             &o.buffer_length, &o.taken, &o.in_place);
     },
     [](gsleBerElement *b, Out &o) {
-      return gsledeNBerScanf(nullptr, b, "tTlx{be}[n]", &o.peeked, &o.taken, &o.length, &o.flag, &o.number);
+      return gsledeNBerScanf(nullptr, b, "tTlx{be}[n]", &o.peeked, &o.taken, &o.length, &o.flag,
+                             &o.number);
     },
     [](gsleBerElement *b, Out &o) {
       return gsledeNBerScanf(nullptr, b, "{{{{{{{{{{V}}}}}}}}}}", &o.values);
     },
-    [](gsleBerElement *b, Out &o) { return gsledeNBerScanf(nullptr, b, "vB", &o.strings, &o.bits, &o.bit_count); },
     [](gsleBerElement *b, Out &o) {
-      return gsledeNBerScanf(nullptr, b, "oaOs", &o.in_place, &o.text, &o.value, o.buffer, &o.buffer_length);
+      return gsledeNBerScanf(nullptr, b, "vB", &o.strings, &o.bits, &o.bit_count);
+    },
+    [](gsleBerElement *b, Out &o) {
+      return gsledeNBerScanf(nullptr, b, "oaOs", &o.in_place, &o.text, &o.value, o.buffer,
+                             &o.buffer_length);
     },
 };
 
@@ -120,7 +127,8 @@ const Scan kFormats[] = {
 // to the build tree's.
 struct Hooks {
   Hooks() {
-    if (std::getenv("VSX_LDAP_MESGDIR") == nullptr) setenv("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR, 0);
+    if (std::getenv("VSX_LDAP_MESGDIR") == nullptr)
+      setenv("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR, 0);
     check(gslumsSetHooks(nullptr, countedMalloc, countedCalloc, countedRealloc, countedFree) == 0);
   }
 };

@@ -17,9 +17,9 @@
 
 // Stops the process, naming the condition, when it does not hold; libFuzzer
 // and the replay main() both report the input that did it.
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) qfuzz::fail(__FILE__, __LINE__, #condition);                       \
+#define FUZZ_CHECK(condition)                                      \
+  do {                                                             \
+    if (!(condition)) qfuzz::fail(__FILE__, __LINE__, #condition); \
   } while (0)
 
 namespace qfuzz {
@@ -82,7 +82,8 @@ class Input {
 // UTF-8 and never converted (the expected texts the targets build are UTF-8).
 inline void setUpProcess() {
   static const bool done = [] {
-    if (std::getenv("VSX_LDAP_MESGDIR") == nullptr) setenv("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR, 0);
+    if (std::getenv("VSX_LDAP_MESGDIR") == nullptr)
+      setenv("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR, 0);
     setenv("LC_ALL", "C", 1);
     FUZZ_CHECK(gsluizgcGetContext() != nullptr);
     return true;

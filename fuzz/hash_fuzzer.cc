@@ -58,11 +58,11 @@ enum class ValueKind { kPointer, kCopy, kKey, kNull };
 struct Element {
   std::string key;
   uint32_t bucket;
-  uint64_t order;        // insertion order, across the whole run
+  uint64_t order;  // insertion order, across the whole run
   ValueKind kind;
-  const void *pointer;   // kPointer: the caller's pointer
-  std::string text;      // kCopy: the copied text
-  const char *stored;    // the table's copy of the key, once known
+  const void *pointer;  // kPointer: the caller's pointer
+  std::string text;     // kCopy: the copied text
+  const char *stored;   // the table's copy of the key, once known
 };
 
 struct Options {
@@ -83,7 +83,8 @@ class Model {
     uint32_t sum = 0;
     for (size_t i = 0; i < key.size(); ++i) {
       const uint64_t n = i;
-      sum += static_cast<uint32_t>(static_cast<unsigned char>(key[i])) * static_cast<uint32_t>(n * n * n);
+      sum += static_cast<uint32_t>(static_cast<unsigned char>(key[i])) *
+             static_cast<uint32_t>(n * n * n);
     }
     return buckets_ == 16 ? (sum & 15) : sum % buckets_;
   }
@@ -159,7 +160,10 @@ gsluhhTable *makeTable(size_t config) {
 class Run {
  public:
   Run(qfuzz::Input &in, Pool &pool, size_t config)
-      : in_(in), pool_(pool), config_(config), table_(pool.tables[config]),
+      : in_(in),
+        pool_(pool),
+        config_(config),
+        table_(pool.tables[config]),
         model_(table_->bucket_count) {}
 
   void operate();
@@ -220,7 +224,8 @@ void Run::checkValue(const Element &e, const void *value) const {
     case ValueKind::kPointer: FUZZ_CHECK(value == e.pointer); break;
     case ValueKind::kNull: FUZZ_CHECK(value == nullptr); break;
     case ValueKind::kCopy:
-      FUZZ_CHECK(value != nullptr && std::strcmp(static_cast<const char *>(value), e.text.c_str()) == 0);
+      FUZZ_CHECK(value != nullptr &&
+                 std::strcmp(static_cast<const char *>(value), e.text.c_str()) == 0);
       break;
     case ValueKind::kKey:
       FUZZ_CHECK(value != nullptr && static_cast<const char *>(value) == e.key);
@@ -255,9 +260,12 @@ void Run::insert() {
   const char *stored = reinterpret_cast<const char *>(1);  // must be cleared
   int st;
   switch (entry_point) {
-    case 0: st = gsluhhClntHashInsert(nullptr, table_, k.c_str(), const_cast<void *>(value), copy); break;
+    case 0:
+      st = gsluhhClntHashInsert(nullptr, table_, k.c_str(), const_cast<void *>(value), copy);
+      break;
     case 1:
-      st = gsluhhClntShrdKeyHashInsert(nullptr, table_, k.c_str(), &stored, const_cast<void *>(value), copy);
+      st = gsluhhClntShrdKeyHashInsert(nullptr, table_, k.c_str(), &stored,
+                                       const_cast<void *>(value), copy);
       break;
     default: st = gsluhhClntbInsertStr(table_, k.c_str(), const_cast<void *>(value), 0); break;
   }
@@ -445,14 +453,20 @@ void Run::dump() {
 }
 
 void Run::setOption() {
-  static constexpr int32_t kCodes[] = {
-      GSLUHH_OPT_DEFAULTS,       GSLUHH_OPT_LANGCMP,     GSLUHH_OPT_NOCASE, GSLUHH_OPT_VALUE_IS_KEY,
-      GSLUHH_OPT_FREEFUNC,       GSLUHH_OPT_LOCK_SEARCH, 3,                 32};
+  static constexpr int32_t kCodes[] = {GSLUHH_OPT_DEFAULTS,
+                                       GSLUHH_OPT_LANGCMP,
+                                       GSLUHH_OPT_NOCASE,
+                                       GSLUHH_OPT_VALUE_IS_KEY,
+                                       GSLUHH_OPT_FREEFUNC,
+                                       GSLUHH_OPT_LOCK_SEARCH,
+                                       3,
+                                       32};
   const uint8_t how = in_.byte();
   const int32_t code = kCodes[how % std::size(kCodes)];
   const int32_t value = (how >> 3) % 3;  // 0, 1 and a non-zero value other than 1
   const bool with_release = (how & 0x80) != 0;
-  const int st = gsluhhClntSetHTOptions(table_, code, value, with_release ? recordRelease : nullptr);
+  const int st =
+      gsluhhClntSetHTOptions(table_, code, value, with_release ? recordRelease : nullptr);
   Options &o = model_.options;
   switch (code) {
     case GSLUHH_OPT_DEFAULTS: o = Options{}; break;
@@ -467,9 +481,7 @@ void Run::setOption() {
       o.value_is_key = 0;
       break;
     case GSLUHH_OPT_LOCK_SEARCH: o.search_lock = value; break;
-    default:
-      FUZZ_CHECK(st == GSLUHH_FAILED);
-      return;
+    default: FUZZ_CHECK(st == GSLUHH_FAILED); return;
   }
   FUZZ_CHECK(st == GSLUHH_OK);
   FUZZ_CHECK(table_->lang_compare == o.lang_compare && table_->nocase == o.nocase &&

@@ -36,10 +36,18 @@ namespace {
 constexpr size_t kMaxType = 90;
 
 constexpr std::string_view kBinaryTypes[] = {
-    "photo",          "personalsignature",       "audio",
-    "jpegphoto",      "javaserializedobject",    "thumbnailphoto",
-    "thumbnaillogo",  "usercertificate",         "cacertificate",
-    "authorityrevocationlist", "certificaterevocationlist", "crosscertificatepair",
+    "photo",
+    "personalsignature",
+    "audio",
+    "jpegphoto",
+    "javaserializedobject",
+    "thumbnailphoto",
+    "thumbnaillogo",
+    "usercertificate",
+    "cacertificate",
+    "authorityrevocationlist",
+    "certificaterevocationlist",
+    "crosscertificatepair",
     "x500uniqueidentifier",
 };
 
@@ -52,7 +60,8 @@ std::string asciiLower(std::string_view s) {
 }
 
 bool isAscii(std::string_view s) {
-  return std::all_of(s.begin(), s.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return std::all_of(s.begin(), s.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 // The documented rule: the first ";binary" ends the type, or the whole type
@@ -87,9 +96,10 @@ std::string unfoldedValue(std::string_view line, size_t prefix) {
 
 void checkBase64Decodes(std::string_view line, size_t type_length, std::string_view value) {
   const std::string digits = unfoldedValue(line, type_length + 3);
-  std::vector<char> decoded(gsluztvb64gol(static_cast<uint32_t>(digits.size()),
-                                          GSLUZTV_B64_SIZE_DECODE) + 1);
-  const uint32_t n = gsluztvb64d(digits.data(), static_cast<uint32_t>(digits.size()), decoded.data());
+  std::vector<char> decoded(
+      gsluztvb64gol(static_cast<uint32_t>(digits.size()), GSLUZTV_B64_SIZE_DECODE) + 1);
+  const uint32_t n =
+      gsluztvb64d(digits.data(), static_cast<uint32_t>(digits.size()), decoded.data());
   FUZZ_CHECK(std::string_view(decoded.data(), n) == value);
 }
 
@@ -113,7 +123,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string_view value = in.rest();
   const auto length = static_cast<uint32_t>(value.size());
 
-  if (isAscii(type)) FUZZ_CHECK((gsldlEIsBinary(type.c_str()) == GSLDL_BINARY) == binaryByRule(type));
+  if (isAscii(type))
+    FUZZ_CHECK((gsldlEIsBinary(type.c_str()) == GSLDL_BINARY) == binaryByRule(type));
 
   char *line = gsldlDLdifTypeAndValue(type.c_str(), value.data(), length);
   if (!qfuzz::typeAllowed(type)) {

@@ -163,8 +163,8 @@ inline std::string contentBody(const LDAPEntry *entry) {
 
 // The body of a modify or explicit add record; "-" only between blocks.
 inline std::string modifyBody(const LDAPEntry *entry) {
-  std::string out = entry->change_type == GSLCLE_CHANGE_ADD ? "changetype: add\n"
-                                                           : "changetype: modify\n";
+  std::string out =
+      entry->change_type == GSLCLE_CHANGE_ADD ? "changetype: add\n" : "changetype: modify\n";
   bool first = true;
   forEachAttribute(entry, [&](const LDAPAttribute *a) {
     if (!first) out += "-\n";
@@ -179,7 +179,8 @@ inline std::string modRdnBody(const LDAPEntry *entry) {
   if (entry->new_rdn != nullptr) out += entry->new_rdn;
   out += "\ndeleteoldrdn: ";
   out += entry->delete_old_rdn != 0 ? "1\n" : "0\n";
-  if (entry->new_superior != nullptr) out += std::string("newsuperior: ") + entry->new_superior + "\n";
+  if (entry->new_superior != nullptr)
+    out += std::string("newsuperior: ") + entry->new_superior + "\n";
   return out;
 }
 
@@ -193,7 +194,8 @@ inline uint32_t attributeCount(const LDAPEntry *entry) {
 // record, or a rename field with a line break.
 inline bool recordRefused(const LDAPEntry *entry) {
   bool refused = false;
-  forEachAttribute(entry, [&](const LDAPAttribute *a) { refused = refused || !nameAllowed(a->name); });
+  forEachAttribute(entry,
+                   [&](const LDAPAttribute *a) { refused = refused || !nameAllowed(a->name); });
   for (const char *field : {entry->new_rdn, entry->new_superior}) {
     if (field != nullptr && std::strpbrk(field, "\r\n") != nullptr) refused = true;
   }

@@ -70,8 +70,7 @@ void addAttributes(qfuzz::Input &in, LDAPEntry *entry) {
       continue;
     }
     FUZZ_CHECK(st == GSLCLE_OK && a != nullptr);
-    FUZZ_CHECK(gslclegastSetAttrChangeType(nullptr, a, GSLCLE_ATTR_ADD + in.below(3)) ==
-               GSLCLE_OK);
+    FUZZ_CHECK(gslclegastSetAttrChangeType(nullptr, a, GSLCLE_ATTR_ADD + in.below(3)) == GSLCLE_OK);
     addValues(in, a);
     FUZZ_CHECK(gslcleaaAddLDAPAttribute(nullptr, entry, a) == GSLCLE_OK);
   }
@@ -101,8 +100,7 @@ void setRecordKind(qfuzz::Input &in, LDAPEntry *entry, int kind) {
     case kDelete:
       FUZZ_CHECK(gslclesctSetChangeType(nullptr, entry, GSLCLE_CHANGE_DELETE) == GSLCLE_OK);
       break;
-    default:
-      break;
+    default: break;
   }
 }
 
@@ -123,7 +121,8 @@ void checkBuilders(const LDAPEntry *entry, bool refused) {
     FUZZ_CHECK((gslclecnCheckAttrName(a->name) == GSLCLEGAL_OK) == allowed);
     for (const bool header : {false, true}) {
       const std::string lines = qfuzz::attributeLines(a, header);
-      char *text = gslcleGetAttrAsLDIF(nullptr, a, header ? GSLCLE_LDIF_HEADER : GSLCLE_LDIF_NO_HEADER);
+      char *text =
+          gslcleGetAttrAsLDIF(nullptr, a, header ? GSLCLE_LDIF_HEADER : GSLCLE_LDIF_NO_HEADER);
       expectText(text, allowed ? lines.c_str() : nullptr);
     }
   });

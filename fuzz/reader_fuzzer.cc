@@ -81,7 +81,9 @@ struct Run {
   uint32_t refuse = UINT32_MAX;
   uint64_t refused_before = qfuzz::CountingAllocator::refused();
   // Whether an allocation was refused since the run began.
-  [[nodiscard]] bool ranOut() const { return qfuzz::CountingAllocator::refused() != refused_before; }
+  [[nodiscard]] bool ranOut() const {
+    return qfuzz::CountingAllocator::refused() != refused_before;
+  }
 };
 
 // Allocations a document may make before every further one fails, by the

@@ -48,7 +48,8 @@ void checkRecord(const LDAPURLDesc *lud, const char *url) {
   check(lud->lud_scope_given == 1 || lud->lud_scope == LDAP_SCOPE_BASE);
   // The filter is the default or was cut out of the copy.
   check(lud->lud_filter != nullptr);
-  check(std::strcmp(lud->lud_filter, LDAP_URL_DEFAULT_FILTER) == 0 || std::strlen(lud->lud_filter) < copy_size);
+  check(std::strcmp(lud->lud_filter, LDAP_URL_DEFAULT_FILTER) == 0 ||
+        std::strlen(lud->lud_filter) < copy_size);
 }
 
 }  // namespace

@@ -4,13 +4,12 @@
 #include <cstdint>
 #include <new>
 
-#include "core/owned.h"
 #include "core/memory.h"
 #include "core/output.h"
+#include "core/owned.h"
 #include "core/runtime.h"
 #include "core/sanitizers.h"
 #include "util/strings.h"
-
 
 namespace {
 
@@ -332,8 +331,8 @@ void unlinkElement(gsluhhBucket &bucket, gsluhhElement *element) {
                                  const gsluhhElement &element, const char *key, uint32_t length) {
   if (element.key_length != length) return false;
   if (table.lang_compare == 1) {
-    return languageCompare(ctx, element.key, element.key_length, key, length,
-                           table.compare_mode) == 0;
+    return languageCompare(ctx, element.key, element.key_length, key, length, table.compare_mode) ==
+           0;
   }
   if (table.nocase != 0) return gslusicStrcasecmp(ctx, element.key, key) == 0;
   return gsluscmStrcmp(ctx, element.key, key) == 0;
@@ -487,10 +486,9 @@ int gsluhhClntHashBucketsAlloc(gsluctx *ctx, uint32_t count, gsluhhBucket **buck
   // Detect and prevent integer overflow: count + 1 records in a 32-bit request.
   const uint64_t n = static_cast<uint64_t>(count) + 1;
   const uint64_t bytes = n * sizeof(gsluhhBucket);
-  PendingBuckets array(
-      ctx, bytes <= UINT32_MAX
-               ? static_cast<gsluhhBucket *>(gslummMalloc(ctx, static_cast<uint32_t>(bytes)))
-               : nullptr);
+  PendingBuckets array(ctx, bytes <= UINT32_MAX ? static_cast<gsluhhBucket *>(gslummMalloc(
+                                                      ctx, static_cast<uint32_t>(bytes)))
+                                                : nullptr);
   if (array.get() == nullptr) {
     (void)gslu::trace(ctx, kTraceError, "Error in allocating Memory for Hash Buckets\n");
     return GSLUHH_FAILED;
@@ -530,7 +528,8 @@ int gsluhhClntHashTableAlloc(gsluctx *ctx, uint32_t requested, gsluhhHashFunctio
   t->bucket_locks = bucketLocks;
   gsluhhBucket *made = nullptr;
   if (gsluhhClntHashBucketsAlloc(ctx, count, &made, bucketLocks) != GSLUHH_OK) {
-    (void)gslu::trace(ctx, kTraceError, "gsluhHashTableAlloc: ERROR * gsluhHashBucketsAlloc failed\n");
+    (void)gslu::trace(ctx, kTraceError,
+                      "gsluhHashTableAlloc: ERROR * gsluhHashBucketsAlloc failed\n");
     return GSLUHH_FAILED;
   }
   PendingBuckets buckets(ctx, made, bucketLocks != 0 ? count + 1 : 0);
@@ -678,12 +677,9 @@ int gsluhhClntbInsertStr(gsluhhTable *table, const char *key, void *value, int32
   gsluctx *ctx = gslu::resolveContext(nullptr);
   // Deliberate: this interface reports a duplicate as 1025, not 1002.
   switch (gsluhhClntHashInsert(ctx, table, key, value, 0)) {
-    case GSLUHH_OK:
-      return GSLUHH_OK;
-    case GSLUHH_DUPLICATE:
-      return GSLUHH_STR_DUPLICATE;
-    default:
-      return GSLUHH_FAILED;
+    case GSLUHH_OK: return GSLUHH_OK;
+    case GSLUHH_DUPLICATE: return GSLUHH_STR_DUPLICATE;
+    default: return GSLUHH_FAILED;
   }
 }
 
@@ -823,8 +819,7 @@ int gsluhhClntHashRDONLYEndIter(gsluctx *, gsluhhIterator *iterator) {
   return GSLUHH_OK;
 }
 
-int gsluhhClntHashIterNext(gsluctx *ctx, const char **key, void **value,
-                           gsluhhIterator *iterator) {
+int gsluhhClntHashIterNext(gsluctx *ctx, const char **key, void **value, gsluhhIterator *iterator) {
   gsluhhElement *element = nullptr;
   const int rc = iterate(ctx, iterator, &element);
   if (key != nullptr) *key = element != nullptr ? element->key : nullptr;

@@ -46,12 +46,12 @@ extern "C" {
 
 /* Status codes of this module. */
 enum {
-    GSLUHH_OK = 0,
-    GSLUHH_FAILED = 2,
-    GSLUHH_INVALID_TABLE = 1001, /* validity word wrong, or no buckets */
-    GSLUHH_DUPLICATE = 1002,     /* the key is already in the table */
-    GSLUHH_NOT_FOUND = 1003,     /* no such key; end of iteration */
-    GSLUHH_STR_DUPLICATE = 1025  /* gsluhhClntbInsertStr: the key is already there */
+  GSLUHH_OK = 0,
+  GSLUHH_FAILED = 2,
+  GSLUHH_INVALID_TABLE = 1001, /* validity word wrong, or no buckets */
+  GSLUHH_DUPLICATE = 1002,     /* the key is already in the table */
+  GSLUHH_NOT_FOUND = 1003,     /* no such key; end of iteration */
+  GSLUHH_STR_DUPLICATE = 1025  /* gsluhhClntbInsertStr: the key is already there */
 };
 
 /* Validity word of a live table; 0 once it is freed. */
@@ -59,29 +59,23 @@ enum {
 
 /* Bucket counts: a request of 0 gets the default, larger requests are cut
  * to the maximum. */
-enum {
-    GSLUHH_DEFAULT_BUCKETS = 256,
-    GSLUHH_MAX_BUCKETS = 65003
-};
+enum { GSLUHH_DEFAULT_BUCKETS = 256, GSLUHH_MAX_BUCKETS = 65003 };
 
 /* Number of precomputed hash weights; longer keys are not supported. */
 enum { GSLUHH_WEIGHT_COUNT = 10000 };
 
 /* Options of gsluhhClntSetHTOptions. */
 enum {
-    GSLUHH_OPT_DEFAULTS = 0,      /* all switches back to their defaults */
-    GSLUHH_OPT_LANGCMP = 1,       /* compare keys through the language service (== 1) */
-    GSLUHH_OPT_NOCASE = 2,        /* compare keys ignoring case */
-    GSLUHH_OPT_VALUE_IS_KEY = 4,  /* a copied value is the table's copy of the key */
-    GSLUHH_OPT_FREEFUNC = 8,      /* release function for values (pointer) */
-    GSLUHH_OPT_LOCK_SEARCH = 16   /* gsluhhClntHashSearch takes the table lock */
+  GSLUHH_OPT_DEFAULTS = 0,     /* all switches back to their defaults */
+  GSLUHH_OPT_LANGCMP = 1,      /* compare keys through the language service (== 1) */
+  GSLUHH_OPT_NOCASE = 2,       /* compare keys ignoring case */
+  GSLUHH_OPT_VALUE_IS_KEY = 4, /* a copied value is the table's copy of the key */
+  GSLUHH_OPT_FREEFUNC = 8,     /* release function for values (pointer) */
+  GSLUHH_OPT_LOCK_SEARCH = 16  /* gsluhhClntHashSearch takes the table lock */
 };
 
 /* Comparison modes handed to the language service's comparison. */
-enum {
-    GSLUHH_CMP_EXACT = 0,
-    GSLUHH_CMP_NOCASE = 1
-};
+enum { GSLUHH_CMP_EXACT = 0, GSLUHH_CMP_NOCASE = 1 };
 
 /* The table and its buckets: their layout is the module's own
  * (util/hash_internal.h). */
@@ -99,21 +93,21 @@ typedef void (*gsluhhReleaseFunction)(void *value);
 /* One key and its value, allocated as one block: this record, the key's
  * copy and, when the value is copied, the value's copy. */
 typedef struct gsluhhElement {
-    struct gsluhhElement *next;  /* in the bucket, insertion order */
-    struct gsluhhElement *prev;
-    gsluhhBucket *bucket;        /* owning bucket */
-    char *key;                   /* the table's copy of the key */
-    uint32_t int_key;            /* integer key; string insertion leaves it 0 */
-    uint32_t key_length;         /* bytes before the NUL */
-    void *value;
+  struct gsluhhElement *next; /* in the bucket, insertion order */
+  struct gsluhhElement *prev;
+  gsluhhBucket *bucket; /* owning bucket */
+  char *key;            /* the table's copy of the key */
+  uint32_t int_key;     /* integer key; string insertion leaves it 0 */
+  uint32_t key_length;  /* bytes before the NUL */
+  void *value;
 } gsluhhElement;
 
 /* Position of an iteration. */
 typedef struct gsluhhIterator {
-    gsluhhTable *table;
-    gsluhhBucket *bucket;        /* current bucket */
-    gsluhhElement *element;      /* current element, null before the first step */
-    uint32_t bucket_index;
+  gsluhhTable *table;
+  gsluhhBucket *bucket;   /* current bucket */
+  gsluhhElement *element; /* current element, null before the first step */
+  uint32_t bucket_index;
 } gsluhhIterator;
 
 /* ---- Creation and destruction ------------------------------------------- */
@@ -247,8 +241,7 @@ int gsluhhClntHashRDONLYEndIter(gsluctx *ctx, gsluhhIterator *iterator);
  * order) and hands out its key and value (either pointer may be null).
  * 0; 1003 at the end, with both outputs null; 2 for a null iterator; the
  * verification status for an invalid table. */
-int gsluhhClntHashIterNext(gsluctx *ctx, const char **key, void **value,
-                           gsluhhIterator *iterator);
+int gsluhhClntHashIterNext(gsluctx *ctx, const char **key, void **value, gsluhhIterator *iterator);
 
 /* gsluhhClntHashIterNext yielding the element's integer key. */
 int gsluhhClntintHashIterNext(gsluctx *ctx, uint32_t *intKey, void **value,

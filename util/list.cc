@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "core/owned.h"
 #include "core/memory.h"
+#include "core/owned.h"
 
 namespace {
 
@@ -266,8 +266,7 @@ int gslulsrepReplaceElementAt(gsluctx *ctx, GslulsList *list, uint32_t position,
   return GSLULS_OK;
 }
 
-int gslulsiIterate(gsluctx *ctx, const GslulsList *list, GslulsElementFn function,
-                   int keep_going) {
+int gslulsiIterate(gsluctx *ctx, const GslulsList *list, GslulsElementFn function, int keep_going) {
   if (list == nullptr) return GSLULS_NULL_ARG;
   if (function == nullptr) return GSLULS_NO_CALLBACK;
   int result = GSLULS_OK;

@@ -40,13 +40,13 @@ extern "C" {
 
 /* Status codes of the list (and, except for GSLULST_EMPTY, of the stack). */
 enum {
-    GSLULS_OK = 0,
-    GSLULS_OUT_OF_RANGE = 1,   /* position 0 or beyond the allowed end */
-    GSLULS_ALREADY_LINKED = 2, /* the element to add has a non-null link */
-    GSLULS_NO_CALLBACK = 3,    /* gslulsiIterate: null function */
-    GSLULS_EMPTY = 4,          /* the list holds no element */
-    GSLULS_NULL_ARG = 9,       /* a required argument is null */
-    GSLULS_NO_CONTEXT = 10     /* no core context could be had */
+  GSLULS_OK = 0,
+  GSLULS_OUT_OF_RANGE = 1,   /* position 0 or beyond the allowed end */
+  GSLULS_ALREADY_LINKED = 2, /* the element to add has a non-null link */
+  GSLULS_NO_CALLBACK = 3,    /* gslulsiIterate: null function */
+  GSLULS_EMPTY = 4,          /* the list holds no element */
+  GSLULS_NULL_ARG = 9,       /* a required argument is null */
+  GSLULS_NO_CONTEXT = 10     /* no core context could be had */
 };
 
 /* The list record. Read-only for callers; the invariants are: count equals
@@ -54,12 +54,12 @@ enum {
  * is null; when count > 0, 1 <= cursor <= count and current is the element
  * at position cursor. */
 typedef struct GslulsList {
-    void *head;           /* first element, null when empty */
-    void *tail;           /* last element, null when empty */
-    void *current;        /* the cursor element */
-    uint64_t link_offset; /* byte offset of the link field in every element */
-    uint32_t count;       /* number of elements */
-    uint32_t cursor;      /* position of current, 0 when empty */
+  void *head;           /* first element, null when empty */
+  void *tail;           /* last element, null when empty */
+  void *current;        /* the cursor element */
+  uint64_t link_offset; /* byte offset of the link field in every element */
+  uint32_t count;       /* number of elements */
+  uint32_t cursor;      /* position of current, 0 when empty */
 } GslulsList;
 
 /* Called with an element: the release callback of gslulsdDestroySList (its
@@ -96,8 +96,8 @@ int gslulsatAddElementAt(gsluctx *ctx, GslulsList *list, void *element, uint32_t
 /* *element = the element at position (1 .. count); when move_cursor is not
  * 0 the cursor moves to it. 9 for a null list or element pointer, 4 for an
  * empty list, 1 for a position out of range. */
-int gslulsgeGetElementAt(gsluctx *ctx, GslulsList *list, uint32_t position,
-                         uint32_t move_cursor, void **element);
+int gslulsgeGetElementAt(gsluctx *ctx, GslulsList *list, uint32_t position, uint32_t move_cursor,
+                         void **element);
 
 /* Unlinks the element at position (1 .. count), sets its link to null and
  * hands it back through *element when element is not null. The cursor keeps
@@ -147,8 +147,7 @@ int gslulsrepReplaceElementAt(gsluctx *ctx, GslulsList *list, uint32_t position,
  * keep_going is 0 the first non-zero result stops the walk. Returns the last
  * result; 0 for an empty list, 9 for a null list, 3 for a null function.
  * The function must not add to or remove from the list. */
-int gslulsiIterate(gsluctx *ctx, const GslulsList *list, GslulsElementFn function,
-                   int keep_going);
+int gslulsiIterate(gsluctx *ctx, const GslulsList *list, GslulsElementFn function, int keep_going);
 
 #ifdef __cplusplus
 }

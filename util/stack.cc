@@ -45,8 +45,6 @@ int gslulsttTop(gsluctx *ctx, GslulsList *stack, void **element) {
   return gslulsgeGetElementAt(ctx, stack, size, 1, element);
 }
 
-int gslulstclClear(gsluctx *ctx, GslulsList *stack) {
-  return gslulsrRemoveAll(ctx, stack);
-}
+int gslulstclClear(gsluctx *ctx, GslulsList *stack) { return gslulsrRemoveAll(ctx, stack); }
 
 }  // extern "C"

@@ -22,8 +22,8 @@ extern "C" {
 
 /* Statuses of the stack beyond the list's. */
 enum {
-    GSLULST_OK = 0,
-    GSLULST_EMPTY = 5 /* pop or top of an empty stack; the list says 4 */
+  GSLULST_OK = 0,
+  GSLULST_EMPTY = 5 /* pop or top of an empty stack; the list says 4 */
 };
 
 /* Creates an empty stack: gslulscsCreateSList with the same arguments, so a

@@ -10,8 +10,8 @@
 #include "util/strings.h"
 
 #include <unicode/uchar.h>
-#include <unicode/uversion.h>
 #include <unicode/utf8.h>
+#include <unicode/uversion.h>
 
 #include <algorithm>
 #include <array>
@@ -21,9 +21,9 @@
 #include <limits>
 
 #include "core/context_access.h"
-#include "core/owned.h"
 #include "core/lang.h"
 #include "core/memory.h"
+#include "core/owned.h"
 #include "util/unicode.h"
 
 namespace {
@@ -206,7 +206,8 @@ struct Char {
     }
     std::size_t size_a;
     std::size_t size_b;
-    const int order = orderOf(foldedKeyAt(a + ia, n - ia, &size_a), foldedKeyAt(b + ib, n - ib, &size_b));
+    const int order =
+        orderOf(foldedKeyAt(a + ia, n - ia, &size_a), foldedKeyAt(b + ib, n - ib, &size_b));
     if (order != 0) return order;
     ia += size_a;
     ib += size_b;
@@ -342,10 +343,10 @@ struct Span {
 
 // An integer read from decimal digit characters.
 struct Number {
-  int32_t value;      // saturated at the ends of int32_t
-  std::size_t digits; // number of digit characters read
+  int32_t value;       // saturated at the ends of int32_t
+  std::size_t digits;  // number of digit characters read
   bool overflow;
-  const char *end;    // first character after the number
+  const char *end;  // first character after the number
 };
 
 // Reads an optional sign and the digit characters after it.
@@ -373,7 +374,9 @@ struct Number {
 // ---- Glue between the public functions and the service ---------------------
 
 // Whether the internal character set has one byte per character.
-[[nodiscard]] bool internalSetIsSingleByte(gsluctx *ctx) { return gslu::internalSetIsSingleByte(ctx); }
+[[nodiscard]] bool internalSetIsSingleByte(gsluctx *ctx) {
+  return gslu::internalSetIsSingleByte(ctx);
+}
 
 // The class test behind the twelve public ones.
 [[nodiscard]] uint32_t classTest(gsluctx *ctx, const char *c, uint32_t mask) {
@@ -617,7 +620,9 @@ char *gslusstStrTrim(gsluctx * /*ctx*/, char *s) {
 }
 
 uint32_t gslusibIsDigit(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_DIGIT); }
-uint32_t gslusAIsLetter(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_LETTER); }
+uint32_t gslusAIsLetter(gsluctx *ctx, const char *c) {
+  return classTest(ctx, c, GSLUS_MASK_LETTER);
+}
 uint32_t gslusibIsAlnum(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_ALNUM); }
 // Deliberate: "alpha" accepts digits too, exactly like gslusibIsAlnum; the
 // directory client library's callers were written against that behaviour.
@@ -629,8 +634,12 @@ uint32_t gslusibIsPunct(gsluctx *ctx, const char *c) { return classTest(ctx, c, 
 uint32_t gslusibIsSpace(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_SPACE); }
 uint32_t gslusCIsUpper(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_UPPER); }
 uint32_t gslusDIsLower(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_LOWER); }
-uint32_t gslusBIsAlphaNum(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_ALPHANUM); }
-uint32_t gslusibIsXdigit(gsluctx *ctx, const char *c) { return classTest(ctx, c, GSLUS_MASK_XDIGIT); }
+uint32_t gslusBIsAlphaNum(gsluctx *ctx, const char *c) {
+  return classTest(ctx, c, GSLUS_MASK_ALPHANUM);
+}
+uint32_t gslusibIsXdigit(gsluctx *ctx, const char *c) {
+  return classTest(ctx, c, GSLUS_MASK_XDIGIT);
+}
 
 int gslussiIsStrNum(gsluctx * /*ctx*/, const char *s, int32_t *value) {
   if (value != nullptr) *value = 0;
@@ -676,7 +685,8 @@ int gslusicIsEqual(gsluctx * /*ctx*/, const char *c, uint32_t ch) {
 size_t gslusicIsIncPtr(gsluctx * /*ctx*/, const char *s, size_t n) {
   if (s == nullptr) return 0;
   std::size_t offset = 0;
-  for (std::size_t i = 0; i < n && s[offset] != '\0'; ++i) offset += service::charSizeAt(s + offset);
+  for (std::size_t i = 0; i < n && s[offset] != '\0'; ++i)
+    offset += service::charSizeAt(s + offset);
   return offset;
 }
 
@@ -720,7 +730,8 @@ int gslusistokenize(gsluctx *ctx, const char *s, const char *delimiters, char **
   for (service::Span t = service::nextToken(s, set); t.size != 0;
        t = service::nextToken(t.start + t.size, set)) {
     // Detect and prevent integer overflow: the count is 32-bit.
-    if (total == std::numeric_limits<uint32_t>::max() || t.size >= std::numeric_limits<uint32_t>::max()) {
+    if (total == std::numeric_limits<uint32_t>::max() ||
+        t.size >= std::numeric_limits<uint32_t>::max()) {
       return GSLUS_NO_MEMORY;
     }
     ++total;

@@ -41,49 +41,46 @@ extern "C" {
 
 /* Status codes of this module. */
 enum {
-    GSLUS_OK = 0,
-    GSLUS_NO_MEMORY = 2,     /* gslusistokenize: an allocation failed */
-    GSLUS_FORMAT_FAILED = 2, /* gsluspSprintf: truncated, or a format error */
-    GSLUS_NOT_A_NUMBER = 2,  /* gslussiIsStrNum, gsluscnvhx2u4 */
-    GSLUS_NULL_ARG = 3       /* a required string or buffer is null */
+  GSLUS_OK = 0,
+  GSLUS_NO_MEMORY = 2,     /* gslusistokenize: an allocation failed */
+  GSLUS_FORMAT_FAILED = 2, /* gsluspSprintf: truncated, or a format error */
+  GSLUS_NOT_A_NUMBER = 2,  /* gslussiIsStrNum, gsluscnvhx2u4 */
+  GSLUS_NULL_ARG = 3       /* a required string or buffer is null */
 };
 
 /* Comparison results besides the ordering ones. */
 enum {
-    GSLUS_CMP_EQUAL = 0,
-    GSLUS_CMP_ONE_NULL = 1   /* exactly one of the two strings is null */
+  GSLUS_CMP_EQUAL = 0,
+  GSLUS_CMP_ONE_NULL = 1 /* exactly one of the two strings is null */
 };
 
 /* Answers of the yes/no functions. */
-enum {
-    GSLUS_NO = 0,
-    GSLUS_YES = 1
-};
+enum { GSLUS_NO = 0, GSLUS_YES = 1 };
 
 /* Character class bits, then the mask of each class test. Blank is the
  * space character only (a tab is white space but is not printable). */
 enum {
-    GSLUS_CLASS_UPPER = 0x4,
-    GSLUS_CLASS_LOWER = 0x8,
-    GSLUS_CLASS_DIGIT = 0x20,
-    GSLUS_CLASS_SPACE = 0x40,
-    GSLUS_CLASS_PUNCT = 0x80,
-    GSLUS_CLASS_XDIGIT = 0x200,
-    GSLUS_CLASS_BLANK = 0x400,
-    GSLUS_CLASS_LETTER = 0x800,
+  GSLUS_CLASS_UPPER = 0x4,
+  GSLUS_CLASS_LOWER = 0x8,
+  GSLUS_CLASS_DIGIT = 0x20,
+  GSLUS_CLASS_SPACE = 0x40,
+  GSLUS_CLASS_PUNCT = 0x80,
+  GSLUS_CLASS_XDIGIT = 0x200,
+  GSLUS_CLASS_BLANK = 0x400,
+  GSLUS_CLASS_LETTER = 0x800,
 
-    GSLUS_MASK_DIGIT = 0x20,     /* gslusibIsDigit: digit */
-    GSLUS_MASK_LETTER = 0x800,   /* gslusAIsLetter: letter */
-    GSLUS_MASK_ALNUM = 0x820,    /* gslusibIsAlnum: letter or digit */
-    GSLUS_MASK_ALPHA = 0x820,    /* gslusibIsAlpha: letter or digit (sic) */
-    GSLUS_MASK_ALPHANUM = 0x820, /* gslusBIsAlphaNum: letter or digit */
-    GSLUS_MASK_GRAPH = 0x8a0,    /* gslusibIsGraph: letter, digit or punctuation */
-    GSLUS_MASK_PRINT = 0xca0,    /* gslusibIsPrint: graphic or blank */
-    GSLUS_MASK_PUNCT = 0x80,     /* gslusibIsPunct: punctuation */
-    GSLUS_MASK_SPACE = 0x40,     /* gslusibIsSpace: white space */
-    GSLUS_MASK_UPPER = 0x4,      /* gslusCIsUpper: upper case */
-    GSLUS_MASK_LOWER = 0x8,      /* gslusDIsLower: lower case */
-    GSLUS_MASK_XDIGIT = 0x200    /* gslusibIsXdigit: hexadecimal digit */
+  GSLUS_MASK_DIGIT = 0x20,     /* gslusibIsDigit: digit */
+  GSLUS_MASK_LETTER = 0x800,   /* gslusAIsLetter: letter */
+  GSLUS_MASK_ALNUM = 0x820,    /* gslusibIsAlnum: letter or digit */
+  GSLUS_MASK_ALPHA = 0x820,    /* gslusibIsAlpha: letter or digit (sic) */
+  GSLUS_MASK_ALPHANUM = 0x820, /* gslusBIsAlphaNum: letter or digit */
+  GSLUS_MASK_GRAPH = 0x8a0,    /* gslusibIsGraph: letter, digit or punctuation */
+  GSLUS_MASK_PRINT = 0xca0,    /* gslusibIsPrint: graphic or blank */
+  GSLUS_MASK_PUNCT = 0x80,     /* gslusibIsPunct: punctuation */
+  GSLUS_MASK_SPACE = 0x40,     /* gslusibIsSpace: white space */
+  GSLUS_MASK_UPPER = 0x4,      /* gslusCIsUpper: upper case */
+  GSLUS_MASK_LOWER = 0x8,      /* gslusDIsLower: lower case */
+  GSLUS_MASK_XDIGIT = 0x200    /* gslusibIsXdigit: hexadecimal digit */
 };
 
 /* gslusnIsSingleQuoted writes into a buffer of this many bytes. */

@@ -44,22 +44,21 @@ void load() {
     return;
   }
   UnicodeLibrary u{};
-  const bool complete =
-      bind(handle, QUILLOMAT_NAME_OF(u_isalpha), &u.isalpha) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_isupper), &u.isupper) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_islower), &u.islower) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_isdigit), &u.isdigit) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_isxdigit), &u.isxdigit) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_isspace), &u.isspace) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_isblank), &u.isblank) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_ispunct), &u.ispunct) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_charType), &u.charType) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_foldCase), &u.foldCase) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_tolower), &u.tolower) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_charDigitValue), &u.charDigitValue) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_digit), &u.digit) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_getVersion), &u.getVersion) &&
-      bind(handle, QUILLOMAT_NAME_OF(u_versionToString), &u.versionToString);
+  const bool complete = bind(handle, QUILLOMAT_NAME_OF(u_isalpha), &u.isalpha) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_isupper), &u.isupper) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_islower), &u.islower) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_isdigit), &u.isdigit) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_isxdigit), &u.isxdigit) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_isspace), &u.isspace) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_isblank), &u.isblank) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_ispunct), &u.ispunct) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_charType), &u.charType) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_foldCase), &u.foldCase) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_tolower), &u.tolower) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_charDigitValue), &u.charDigitValue) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_digit), &u.digit) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_getVersion), &u.getVersion) &&
+                        bind(handle, QUILLOMAT_NAME_OF(u_versionToString), &u.versionToString);
   if (!complete) return;
   g_loaded = u;
   g_library.store(&g_loaded);

@@ -44,7 +44,9 @@ inline std::string bytesOf(const std::string &hex) {
   return bytes;
 }
 
-inline std::string withoutSpaces(const std::string &hex) { return hexOf(bytesOf(hex).data(), bytesOf(hex).size()); }
+inline std::string withoutSpaces(const std::string &hex) {
+  return hexOf(bytesOf(hex).data(), bytesOf(hex).size());
+}
 
 // A trace line as the hook received it: level, format, and the arguments
 // shown as text (numbers in decimal, characters and strings as they are).
@@ -90,7 +92,9 @@ class TraceCapture {
 };
 
 // The address a dump shows for p.
-inline std::string addressOf(const void *p) { return std::to_string(reinterpret_cast<uintptr_t>(p)); }
+inline std::string addressOf(const void *p) {
+  return std::to_string(reinterpret_cast<uintptr_t>(p));
+}
 
 }  // namespace qtest
 

@@ -23,8 +23,8 @@ using qtest::Trace;
 struct Rule {
   const char *name;
   const char *format;
-  const char *hex;       // the bytes to read ("-": none)
-  const char *answer;    // the driver's: "OK <values>" or "ERR"
+  const char *hex;     // the bytes to read ("-": none)
+  const char *answer;  // the driver's: "OK <values>" or "ERR"
 };
 void PrintTo(const Rule &r, std::ostream *os) { *os << r.name; }
 
@@ -40,40 +40,43 @@ class BerDecodingRule : public ::testing::TestWithParam<Rule> {
 
 TEST_P(BerDecodingRule, Reads) {
   const Rule &r = GetParam();
-  EXPECT_EQ(driver_->request(std::string("D ") + r.format + " " + qtest::withoutSpaces(r.hex)), r.answer);
+  EXPECT_EQ(driver_->request(std::string("D ") + r.format + " " + qtest::withoutSpaces(r.hex)),
+            r.answer);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rules, BerDecodingRule, ::testing::Values(
-    Rule{"IndefiniteLengthIsKeptAsEmpty", "a", "04 80", "OK -"},
-    Rule{"LengthOfFourBytes", "a", "04 84 00000001 61", "OK 61"},
-    Rule{"LengthOfFiveBytesFails", "a", "04 85 0000000001 61", "ERR"},
-    Rule{"LengthLongerThanWhatRemainsFails", "a", "04 02 61", "ERR"},
-    Rule{"HugeLengthFails", "o", "04 84 ffffffff 61", "ERR"},
-    Rule{"TagsOfTwoToFourBytes", "tatata", "5f20 01 61 5f8120 01 61 5f818120 01 61",
-         "OK 0x5f20 61 0x5f8120 61 0x5f818120 61"},
-    Rule{"TagOfFiveBytesFails", "t", "5f81818181 01 00", "ERR"},
-    Rule{"TagEndingEarlyFails", "t", "5f81", "ERR"},
-    Rule{"IntegersAreSignExtended", "iiiii", "0201ff 020180 02020080 020480000000 0203800000",
-         "OK -1 -128 128 -2147483648 -8388608"},
-    Rule{"EmptyIntegerIsZero", "i", "02 00", "OK 0"},
-    Rule{"IntegerOfFiveBytesFails", "i", "02 05 0000000001", "ERR"},
-    Rule{"BooleanFFReadsAsMinusOne", "b", "01 01 ff", "OK -1"},
-    Rule{"NullWithContentFails", "n", "05 01 00", "ERR"},
-    Rule{"BitStringWithoutBits", "B", "03 01 00", "OK -/0"},
-    Rule{"BitStringWithZeroBytes", "B", "03 09 03 0000000000000000", "OK 0000000000000000/61"},
-    Rule{"BitStringUnusedCountOverSevenFails", "B", "03 02 08 80", "ERR"},
-    Rule{"BitStringWithoutUnusedCountFails", "B", "03 00", "ERR"},
-    Rule{"BitStringUnusedBitsWithoutBytesFail", "B", "03 01 07", "ERR"},
-    Rule{"EmptySequenceGivesNoArray", "vV", "30 00 30 00", "OK 0 0"},
-    Rule{"ArrayElementOverrunningItsSequenceFails", "v", "30 03 04 02 61 62", "ERR"},
-    Rule{"ArrayElementCutInItsHeaderFails", "V", "30 01 04 00", "ERR"},
-    Rule{"SkipPassesTheWholeElement", "{xi}", "30 06 04 01 61 02 01 05", "OK 5"},
-    Rule{"LengthIsPeekedNotConsumed", "{lo}", "30 04 04 02 61 62", "OK 2 6162"},
-    Rule{"TagIsPeekedNotConsumed", "ti", "80 01 05", "OK 0x80 5"},
-    Rule{"TagWithLengthIsConsumed", "Ti", "a0 03 02 01 05", "OK 0xa0 5"},
-    Rule{"ClosingLettersReadNothing", "}]i", "02 01 05", "OK 5"},
-    Rule{"UnknownLetterFails", "i?", "02 01 05", "ERR"},
-    Rule{"NothingToReadFails", "ii", "02 01 05", "ERR"}),
+INSTANTIATE_TEST_SUITE_P(
+    Rules, BerDecodingRule,
+    ::testing::Values(
+        Rule{"IndefiniteLengthIsKeptAsEmpty", "a", "04 80", "OK -"},
+        Rule{"LengthOfFourBytes", "a", "04 84 00000001 61", "OK 61"},
+        Rule{"LengthOfFiveBytesFails", "a", "04 85 0000000001 61", "ERR"},
+        Rule{"LengthLongerThanWhatRemainsFails", "a", "04 02 61", "ERR"},
+        Rule{"HugeLengthFails", "o", "04 84 ffffffff 61", "ERR"},
+        Rule{"TagsOfTwoToFourBytes", "tatata", "5f20 01 61 5f8120 01 61 5f818120 01 61",
+             "OK 0x5f20 61 0x5f8120 61 0x5f818120 61"},
+        Rule{"TagOfFiveBytesFails", "t", "5f81818181 01 00", "ERR"},
+        Rule{"TagEndingEarlyFails", "t", "5f81", "ERR"},
+        Rule{"IntegersAreSignExtended", "iiiii", "0201ff 020180 02020080 020480000000 0203800000",
+             "OK -1 -128 128 -2147483648 -8388608"},
+        Rule{"EmptyIntegerIsZero", "i", "02 00", "OK 0"},
+        Rule{"IntegerOfFiveBytesFails", "i", "02 05 0000000001", "ERR"},
+        Rule{"BooleanFFReadsAsMinusOne", "b", "01 01 ff", "OK -1"},
+        Rule{"NullWithContentFails", "n", "05 01 00", "ERR"},
+        Rule{"BitStringWithoutBits", "B", "03 01 00", "OK -/0"},
+        Rule{"BitStringWithZeroBytes", "B", "03 09 03 0000000000000000", "OK 0000000000000000/61"},
+        Rule{"BitStringUnusedCountOverSevenFails", "B", "03 02 08 80", "ERR"},
+        Rule{"BitStringWithoutUnusedCountFails", "B", "03 00", "ERR"},
+        Rule{"BitStringUnusedBitsWithoutBytesFail", "B", "03 01 07", "ERR"},
+        Rule{"EmptySequenceGivesNoArray", "vV", "30 00 30 00", "OK 0 0"},
+        Rule{"ArrayElementOverrunningItsSequenceFails", "v", "30 03 04 02 61 62", "ERR"},
+        Rule{"ArrayElementCutInItsHeaderFails", "V", "30 01 04 00", "ERR"},
+        Rule{"SkipPassesTheWholeElement", "{xi}", "30 06 04 01 61 02 01 05", "OK 5"},
+        Rule{"LengthIsPeekedNotConsumed", "{lo}", "30 04 04 02 61 62", "OK 2 6162"},
+        Rule{"TagIsPeekedNotConsumed", "ti", "80 01 05", "OK 0x80 5"},
+        Rule{"TagWithLengthIsConsumed", "Ti", "a0 03 02 01 05", "OK 0xa0 5"},
+        Rule{"ClosingLettersReadNothing", "}]i", "02 01 05", "OK 5"},
+        Rule{"UnknownLetterFails", "i?", "02 01 05", "ERR"},
+        Rule{"NothingToReadFails", "ii", "02 01 05", "ERR"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // A fresh element reading the bytes given in hex.
@@ -97,8 +100,8 @@ struct Results {
   ber_int_t number = 0;
 
   uint32_t scan(gsleBerElement *ber, const char *format) {
-    return gsledeNBerScanf(nullptr, ber, format, &text, &value, &in_place, &bits, &bit_count, &strings,
-                           &values, &number);
+    return gsledeNBerScanf(nullptr, ber, format, &text, &value, &in_place, &bits, &bit_count,
+                           &strings, &values, &number);
   }
   // Through the library's allocator (what the caller's free() amounts to
   // when the embedding program installed none), so the test allocator
@@ -168,9 +171,10 @@ bool encodeAndDecode() {
   struct berval value = {3, one};
   struct berval *values[] = {&value, nullptr};
   gsleBerElement *out = gsleioJDerAlloc(nullptr);
-  bool ok = out != nullptr &&
-            gsleenSBerPrintf(nullptr, out, "{{{{{{{{{{{{o}}}}}}}}}}}}{sooB{v}{V}i}", big.data(), kLen(2000), "a",
-                             "bc", kLen(2), "", kLen(0), "\x80", kLen(1), strings, values, 5) > 0;
+  bool ok =
+      out != nullptr && gsleenSBerPrintf(nullptr, out, "{{{{{{{{{{{{o}}}}}}}}}}}}{sooB{v}{V}i}",
+                                         big.data(), kLen(2000), "a", "bc", kLen(2), "", kLen(0),
+                                         "\x80", kLen(1), strings, values, 5) > 0;
   struct berval *flat = nullptr;
   ok = ok && gsleioPBerFlatten(nullptr, out, &flat) == GSLE_OK;
   gsleioGBerFree(nullptr, out);

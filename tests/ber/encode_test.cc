@@ -132,7 +132,8 @@ TEST(BerGrowth, InlineBufferBecomesAllocatedAndOpenRecordsMoveWithIt) {
   // three blocks for the 3000 bytes on top of its three.
   const std::string big(3000, 'y');
   ASSERT_EQ(gsleenSBerPrintf(nullptr, ber, "{o", big.data(), kLen(3000)), 3004);
-  EXPECT_EQ(qtest::TestAllocator::reallocations, (std::vector<std::pair<uint32_t, uint32_t>>{{6144, 3072}}));
+  EXPECT_EQ(qtest::TestAllocator::reallocations,
+            (std::vector<std::pair<uint32_t, uint32_t>>{{6144, 3072}}));
   ASSERT_EQ(gsleenSBerPrintf(nullptr, ber, "}"), 3008);
   EXPECT_EQ(qtest::writtenHex(ber), qtest::hexOf(block.data(), 1025) + "30820bbc" + "04820bb8" +
                                         qtest::hexOf(big.data(), 3000));
@@ -218,14 +219,18 @@ TEST(BerTrace, DumpShowsWrittenOrRemainingBytes) {
   qtest::TraceCapture capture;
   gsleioNBerDump(nullptr, ber, GSLE_DUMP_WRITTEN);
   const auto header = [&] {
-    return Trace{64, "gsleioNBerDump: buf 0x%lx, ptr 0x%lx, end 0x%lx\n",
-                 {qtest::addressOf(ber->buf), qtest::addressOf(ber->ptr), qtest::addressOf(ber->end)}};
+    return Trace{
+        64,
+        "gsleioNBerDump: buf 0x%lx, ptr 0x%lx, end 0x%lx\n",
+        {qtest::addressOf(ber->buf), qtest::addressOf(ber->ptr), qtest::addressOf(ber->end)}};
   };
-  EXPECT_EQ(capture.lines(),
-            (std::vector<Trace>{header(),
-                                {64, "       current len %ld, contents:\n", {"20"}},
-                                {64, "\t%s\n", {"30 12 04 10 30 31 32 33 34 35 36 37 38 39 61 62  0...0123456789ab"}},
-                                {64, "\t%s\n", {dumpLine("63 64 65 66 ", 4, "cdef")}}}));
+  EXPECT_EQ(
+      capture.lines(),
+      (std::vector<Trace>{
+          header(),
+          {64, "       current len %ld, contents:\n", {"20"}},
+          {64, "\t%s\n", {"30 12 04 10 30 31 32 33 34 35 36 37 38 39 61 62  0...0123456789ab"}},
+          {64, "\t%s\n", {dumpLine("63 64 65 66 ", 4, "cdef")}}}));
   capture.lines().clear();
   gsleioMBerReset(nullptr, ber, GSLE_WAS_WRITING);
   ber->ptr += 18;
@@ -243,18 +248,20 @@ TEST(BerTrace, SosDumpWalksOpenRecordsFromTheInnermost) {
   gsleioOBerSosDump(nullptr, ber);
   const gsleSeqorset *inner = ber->sos;
   const gsleSeqorset *outer = inner->outer;
-  EXPECT_EQ(capture.lines(),
-            (std::vector<Trace>{
-                {64, "*** sos dump ***\n", {}},
-                {64, "gsleioOBerSosDump: clen %ld first 0x%lx ptr 0x%lx\n",
-                 {"4", qtest::addressOf(inner->start), qtest::addressOf(inner->pos)}},
-                {64, "      current len %ld contents:\n", {"4"}},
-                {64, "\t%s\n", {dumpLine("04 02 61 62 ", 4, "..ab")}},
-                {64, "gsleioOBerSosDump: clen %ld first 0x%lx ptr 0x%lx\n",
-                 {"3", qtest::addressOf(outer->start), qtest::addressOf(outer->pos)}},
-                {64, "      current len %ld contents:\n", {"3"}},
-                {64, "\t%s\n", {dumpLine("02 01 05 ", 3, "...")}},
-                {64, "*** end dump ***\n", {}}}));
+  EXPECT_EQ(
+      capture.lines(),
+      (std::vector<Trace>{{64, "*** sos dump ***\n", {}},
+                          {64,
+                           "gsleioOBerSosDump: clen %ld first 0x%lx ptr 0x%lx\n",
+                           {"4", qtest::addressOf(inner->start), qtest::addressOf(inner->pos)}},
+                          {64, "      current len %ld contents:\n", {"4"}},
+                          {64, "\t%s\n", {dumpLine("04 02 61 62 ", 4, "..ab")}},
+                          {64,
+                           "gsleioOBerSosDump: clen %ld first 0x%lx ptr 0x%lx\n",
+                           {"3", qtest::addressOf(outer->start), qtest::addressOf(outer->pos)}},
+                          {64, "      current len %ld contents:\n", {"3"}},
+                          {64, "\t%s\n", {dumpLine("02 01 05 ", 3, "...")}},
+                          {64, "*** end dump ***\n", {}}}));
   gsleioGBerFree(nullptr, ber);
 }
 

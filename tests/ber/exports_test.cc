@@ -74,8 +74,6 @@ TEST(BerExports, SharedLibraryExportsExactlyTheList) {
   EXPECT_EQ(exported(QUILLOMAT_SHARED_LIBRARY), list);
 }
 
-TEST(BerExports, ExecutableExportsExactlyTheList) {
-  EXPECT_EQ(exported(QUILLOMAT_BIN), listed());
-}
+TEST(BerExports, ExecutableExportsExactlyTheList) { EXPECT_EQ(exported(QUILLOMAT_BIN), listed()); }
 
 }  // namespace

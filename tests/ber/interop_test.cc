@@ -18,11 +18,11 @@ namespace {
 
 struct Case {
   const char *name;
-  const char *mode;        // "ber" (five-byte sequence lengths) or "der"
-  std::string encode;      // ber_printf letters
-  std::string tokens;      // their values
-  std::string decode;      // ber_scanf letters reading the encoding back
-  std::string expected;    // the values decoding gives; empty: tokens
+  const char *mode;      // "ber" (five-byte sequence lengths) or "der"
+  std::string encode;    // ber_printf letters
+  std::string tokens;    // their values
+  std::string decode;    // ber_scanf letters reading the encoding back
+  std::string expected;  // the values decoding gives; empty: tokens
 };
 void PrintTo(const Case &c, std::ostream *os) { *os << c.name; }
 
@@ -49,7 +49,9 @@ std::string textHex(const std::string &text) {
 }
 
 const std::string kDn = textHex("cn=admin,o=ex");
-const std::string kSecret = textHex("s\xc3\xa9" "cret");
+const std::string kSecret = textHex(
+    "s\xc3\xa9"
+    "cret");
 
 // Both drivers live for one test suite; at its end each must exit with
 // status 0, which under the sanitizers also means it leaked nothing.
@@ -84,12 +86,15 @@ void checkCase(const std::string &mode, const std::string &encode, const std::st
   const std::string values = expected.empty() ? "OK" : "OK " + expected;
   const std::string our_bytes = mine.substr(3);
   const std::string their_bytes = reference.substr(0, 3) == "OK " ? reference.substr(3) : our_bytes;
-  EXPECT_EQ(Drivers::ours().request("D " + decode + " " + their_bytes), values) << request << " read from " << their_bytes;
-  EXPECT_EQ(Drivers::theirs().request("D " + decode + " " + our_bytes), values) << request << " read from " << our_bytes;
+  EXPECT_EQ(Drivers::ours().request("D " + decode + " " + their_bytes), values)
+      << request << " read from " << their_bytes;
+  EXPECT_EQ(Drivers::theirs().request("D " + decode + " " + our_bytes), values)
+      << request << " read from " << our_bytes;
   if (!prefixes) return;
   for (size_t cut = 0; cut < our_bytes.size(); cut += 2) {
     const std::string prefix = cut == 0 ? "-" : our_bytes.substr(0, cut);
-    ASSERT_EQ(Drivers::ours().request("D " + decode + " " + prefix), "ERR") << request << " cut " << cut / 2;
+    ASSERT_EQ(Drivers::ours().request("D " + decode + " " + prefix), "ERR")
+        << request << " cut " << cut / 2;
   }
 }
 
@@ -101,35 +106,43 @@ TEST_P(BerInterop, SameBytesEachReadsTheOtherAndPrefixesFail) {
 }
 
 const std::string kBind = "1 0x60 3 " + kDn + " 0x80 " + kSecret;
-const std::string kSearch = "2 0x63 " + kDn + " 2 0 0 0 0 0xa3 " + textHex("cn") + " " + textHex("a") +
-                            " 2 " + textHex("cn") + " " + textHex("mail");
+const std::string kSearch = "2 0x63 " + kDn + " 2 0 0 0 0 0xa3 " + textHex("cn") + " " +
+                            textHex("a") + " 2 " + textHex("cn") + " " + textHex("mail");
 
-INSTANTIATE_TEST_SUITE_P(Table, BerInterop, ::testing::Values(
-    Case{"Integers", "der", "iiiiiiiiii", "0 127 128 -1 -129 -128 256 -2147483648 2147483647 65535", "iiiiiiiiii", ""},
-    Case{"Enumerations", "der", "eee", "0 2 -3", "eie", ""},
-    Case{"BooleansReadSignExtended", "der", "bbb", "1 0 -5", "bbb", "-1 0 -1"},
-    Case{"Null", "der", "ni", "7", "ni", "7"},
-    Case{"OctetStringLengths", "der", "ooooooo",
-         countingHex(0) + " " + countingHex(1) + " " + countingHex(127) + " " + countingHex(128) + " " +
-             countingHex(255) + " " + countingHex(256) + " " + countingHex(1025),
-         "oOsoOso", ""},
-    Case{"Strings", "ber", "ss", kDn + " " + kSecret, "aO", ""},
-    Case{"BitStrings", "der", "BBBB", "80/1 ff80/9 abcd/16 fe/7", "BBBB", ""},
-    Case{"TagsOfOneToFourBytes", "der", "tttotntbti", "0x80 0x5f20 0x5f8120 - 0x5f818120 0x81 1 0x9f1f -5",
-         "totntbti", "0x5f8120 - 0x5f818120 0x81 -1 0x9f1f -5"},
-    Case{"SequenceFiveByteLength", "ber", "{i}", "5", "{i}", ""},
-    Case{"SequenceShortestLength", "der", "{i}", "5", "{i}", ""},
-    Case{"EmptySequences", "ber", "{}[]", "", "{}[]", ""},
-    Case{"Set", "ber", "[s]", textHex("ab"), "[a]", ""},
-    Case{"TaggedSequence", "der", "t{i}", "0xa3 5", "Ti}", ""},
-    Case{"TenNestedSequences", "ber", "{{{{{{{{{{i}}}}}}}}}}", "9", "{{{{{{{{{{i}}}}}}}}}}", ""},
-    Case{"TenNestedShortest", "der", "{{{{{{{{{{i}}}}}}}}}}", "9", "{{{{{{{{{{i}}}}}}}}}}", ""},
-    Case{"BindRequest", "der", "{it{ists}}", kBind, "{iTiato}", ""},
-    Case{"SearchRequest", "ber", "{it{seeiibt{ss}{v}}}", kSearch, "{iTaeeiibTaa}v}}", ""},
-    Case{"StringArrays", "der", "{v}{v}{V}", "0 3 61 6263 " + kDn + " 2 00ff " + countingHex(300), "vvV", ""},
-    Case{"GrowthPastTheInlineBuffer", "ber", "{o{o}}", countingHex(1025) + " " + countingHex(3000, 7), "{o{o}}", ""},
-    Case{"SkipAndPeekLength", "der", "{iso}", "1 " + textHex("x") + " " + countingHex(300), "{xxlo}",
-         "300 " + countingHex(300)}),
+INSTANTIATE_TEST_SUITE_P(
+    Table, BerInterop,
+    ::testing::Values(
+        Case{"Integers", "der", "iiiiiiiiii",
+             "0 127 128 -1 -129 -128 256 -2147483648 2147483647 65535", "iiiiiiiiii", ""},
+        Case{"Enumerations", "der", "eee", "0 2 -3", "eie", ""},
+        Case{"BooleansReadSignExtended", "der", "bbb", "1 0 -5", "bbb", "-1 0 -1"},
+        Case{"Null", "der", "ni", "7", "ni", "7"},
+        Case{"OctetStringLengths", "der", "ooooooo",
+             countingHex(0) + " " + countingHex(1) + " " + countingHex(127) + " " +
+                 countingHex(128) + " " + countingHex(255) + " " + countingHex(256) + " " +
+                 countingHex(1025),
+             "oOsoOso", ""},
+        Case{"Strings", "ber", "ss", kDn + " " + kSecret, "aO", ""},
+        Case{"BitStrings", "der", "BBBB", "80/1 ff80/9 abcd/16 fe/7", "BBBB", ""},
+        Case{"TagsOfOneToFourBytes", "der", "tttotntbti",
+             "0x80 0x5f20 0x5f8120 - 0x5f818120 0x81 1 0x9f1f -5", "totntbti",
+             "0x5f8120 - 0x5f818120 0x81 -1 0x9f1f -5"},
+        Case{"SequenceFiveByteLength", "ber", "{i}", "5", "{i}", ""},
+        Case{"SequenceShortestLength", "der", "{i}", "5", "{i}", ""},
+        Case{"EmptySequences", "ber", "{}[]", "", "{}[]", ""},
+        Case{"Set", "ber", "[s]", textHex("ab"), "[a]", ""},
+        Case{"TaggedSequence", "der", "t{i}", "0xa3 5", "Ti}", ""},
+        Case{"TenNestedSequences", "ber", "{{{{{{{{{{i}}}}}}}}}}", "9", "{{{{{{{{{{i}}}}}}}}}}",
+             ""},
+        Case{"TenNestedShortest", "der", "{{{{{{{{{{i}}}}}}}}}}", "9", "{{{{{{{{{{i}}}}}}}}}}", ""},
+        Case{"BindRequest", "der", "{it{ists}}", kBind, "{iTiato}", ""},
+        Case{"SearchRequest", "ber", "{it{seeiibt{ss}{v}}}", kSearch, "{iTaeeiibTaa}v}}", ""},
+        Case{"StringArrays", "der", "{v}{v}{V}",
+             "0 3 61 6263 " + kDn + " 2 00ff " + countingHex(300), "vvV", ""},
+        Case{"GrowthPastTheInlineBuffer", "ber", "{o{o}}",
+             countingHex(1025) + " " + countingHex(3000, 7), "{o{o}}", ""},
+        Case{"SkipAndPeekLength", "der", "{iso}", "1 " + textHex("x") + " " + countingHex(300),
+             "{xxlo}", "300 " + countingHex(300)}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // Random documents of every letter, nested up to twelve deep, in both modes.
@@ -160,7 +173,8 @@ class Generator {
   }
 
   int32_t integer() {
-    static const int32_t edges[] = {0, 1, -1, 127, 128, -128, -129, 255, 256, 32767, -32768, 65535,
+    static const int32_t edges[] = {0,        1,         -1,        127,      128,    -128,
+                                    -129,     255,       256,       32767,    -32768, 65535,
                                     0x7fffff, -0x800000, INT32_MAX, INT32_MIN};
     if (pick(0, 1) == 0) return edges[pick(0, std::size(edges) - 1)];
     return static_cast<int32_t>(rng_());
@@ -180,8 +194,8 @@ class Generator {
 
   // A tag of one to four bytes, as held: its encoded bytes.
   std::string tag() {
-    static const char *const tags[] = {"0x80", "0x81", "0xa0", "0xa3", "0x40", "0x9f1f", "0x5f20",
-                                       "0xbf8101", "0x5f818120"};
+    static const char *const tags[] = {"0x80",   "0x81",   "0xa0",     "0xa3",      "0x40",
+                                       "0x9f1f", "0x5f20", "0xbf8101", "0x5f818120"};
     return tags[pick(0, std::size(tags) - 1)];
   }
 
@@ -228,7 +242,8 @@ class Generator {
         // zero byte; ours reads those too (see the decoding rules).
         const int bits = pick(1, 70);
         std::string hex;
-        for (int i = 0; i < (bits + 7) / 8; ++i) hex += countingHex(1, static_cast<unsigned>(pick(1, 255)));
+        for (int i = 0; i < (bits + 7) / 8; ++i)
+          hex += countingHex(1, static_cast<unsigned>(pick(1, 255)));
         encode_ += "B";
         decode_ += "B";
         both(hex + "/" + std::to_string(bits));

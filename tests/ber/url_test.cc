@@ -32,11 +32,12 @@ std::vector<char> exactCopy(const char *text, size_t length) {
 std::string describe(const LDAPURLDesc *lud) {
   auto show = [](const char *s) { return s != nullptr ? std::string(s) : std::string("-"); };
   std::string attrs = lud->lud_attrs != nullptr ? "" : "-";
-  for (char **a = lud->lud_attrs; a != nullptr && *a != nullptr; ++a) attrs += std::string(*a) + ",";
+  for (char **a = lud->lud_attrs; a != nullptr && *a != nullptr; ++a)
+    attrs += std::string(*a) + ",";
   const bool default_filter = std::strcmp(lud->lud_filter, LDAP_URL_DEFAULT_FILTER) == 0;
-  return show(lud->lud_host) + "|" + std::to_string(lud->lud_port) + "|" + show(lud->lud_dn) + "|" + attrs +
-         "|" + std::to_string(lud->lud_scope) + " " + std::to_string(lud->lud_scope_given) + "|" +
-         (default_filter ? "-" : lud->lud_filter);
+  return show(lud->lud_host) + "|" + std::to_string(lud->lud_port) + "|" + show(lud->lud_dn) + "|" +
+         attrs + "|" + std::to_string(lud->lud_scope) + " " + std::to_string(lud->lud_scope_given) +
+         "|" + (default_filter ? "-" : lud->lud_filter);
 }
 
 struct UrlCase {
@@ -51,7 +52,8 @@ constexpr int kOk = LDAP_URL_OK;
 const UrlCase kUrlCases[] = {
     // The documented examples.
     {"HostPortDn", "ldap://host:389/o=ex", kOk, "host|389|o=ex|-|0 0|-"},
-    {"AttrsScopeFilter", "LDAP://host/o=ex?cn,mail?sub?(cn=a%20b)", kOk, "host|0|o=ex|cn,mail,|2 1|(cn=a b)"},
+    {"AttrsScopeFilter", "LDAP://host/o=ex?cn,mail?sub?(cn=a%20b)", kOk,
+     "host|0|o=ex|cn,mail,|2 1|(cn=a b)"},
     {"NoSlash", "ldap://host", LDAP_URL_NO_DN_SLASH, ""},
     {"OtherScheme", "http://host/o=ex", LDAP_URL_NOT_LDAP_URL, ""},
     {"UrlLabelNoHost", "URL:ldap:///o=ex", kOk, "-|0|o=ex|-|0 0|-"},
@@ -75,7 +77,8 @@ const UrlCase kUrlCases[] = {
     {"OpenBracketAlone", "ldap://[::1/", kOk, "[|0|-|-|0 0|-"},
     // Escapes in every component; escaped separators stay in theirs, and a
     // "%" too close to the end is kept as it stands.
-    {"EscapedSeparators", "ldap://h%3a1/o=a%3fb%2F?c%2Cn,m%41il", kOk, "h:1|0|o=a?b/|c,n,mAil,|0 0|-"},
+    {"EscapedSeparators", "ldap://h%3a1/o=a%3fb%2F?c%2Cn,m%41il", kOk,
+     "h:1|0|o=a?b/|c,n,mAil,|0 0|-"},
     {"TruncatedEscapesKept", "ldap://h%4/o%?a%,b%2?sub?(x=%4", kOk, "h%4|0|o%|a%,b%2,|2 1|(x=%4"},
     {"EscapeBytes", "ldap:///??\?\?(%C3%a9%2541%zz%7g)", kOk, "-|0|-|-|0 0|(\xc3\xa9%41S\x80)"},
     {"AttrsEmptyNames", "ldap://h/?cn,,mail,", kOk, "h|0|-|cn,,mail,,|0 0|-"},
@@ -95,7 +98,8 @@ class UrlParseTest : public ::testing::TestWithParam<UrlCase> {};
 TEST_P(UrlParseTest, GivesTheDocumentedRecord) {
   const UrlCase &c = GetParam();
   qtest::TestAllocator::Scope allocator;
-  const std::vector<char> text = c.url != nullptr ? exactCopy(c.url, std::strlen(c.url)) : std::vector<char>{};
+  const std::vector<char> text =
+      c.url != nullptr ? exactCopy(c.url, std::strlen(c.url)) : std::vector<char>{};
   LDAPURLDesc stale{};
   LDAPURLDesc *lud = &stale;
   LDAPURLDesc *twin = &stale;
@@ -127,8 +131,10 @@ struct PrefixCase {
 
 TEST(UrlTest, PrefixIsRecognisedInAnyCaseAndSkipped) {
   const PrefixCase cases[] = {
-      {"LDAPS://h", 1, 0, 8}, {"<uRl:LdAp://", 1, 1, 12}, {"<URL:http://", 0, 1, 0}, {"ldap:/", 0, 0, 0},
-      {"ldaps:/", 0, 0, 0},   {"URL:<ldap://", 0, 0, 0},  {"<<ldap://", 0, 1, 0},    {"", 0, 0, 0},
+      {"LDAPS://h", 1, 0, 8},    {"<uRl:LdAp://", 1, 1, 12},
+      {"<URL:http://", 0, 1, 0}, {"ldap:/", 0, 0, 0},
+      {"ldaps:/", 0, 0, 0},      {"URL:<ldap://", 0, 0, 0},
+      {"<<ldap://", 0, 1, 0},    {"", 0, 0, 0},
   };
   for (const PrefixCase &c : cases) {
     const std::vector<char> text = exactCopy(c.text, std::strlen(c.text));
@@ -204,7 +210,8 @@ TEST(UrlTest, AllocationFailuresAreReportedWithoutLeaks) {
     for (size_t budget = 0; st == LDAP_URL_NO_MEMORY && budget < 16; ++budget) {
       qtest::TestAllocator::budget = budget;
       st = ldap_url_parse(url, &lud);
-      EXPECT_EQ(lud != nullptr ? describe(lud) : "", st == kOk ? whole : "") << url << " budget " << budget;
+      EXPECT_EQ(lud != nullptr ? describe(lud) : "", st == kOk ? whole : "")
+          << url << " budget " << budget;
       ldap_free_urldesc(lud);
       EXPECT_EQ(qtest::TestAllocator::live, 0) << url << " budget " << budget;
     }

@@ -22,7 +22,8 @@ class ContextTest : public ::testing::Test {
   void SetUp() override {
     qtest::dropContext();
     env_.set("VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR);
-    for (const char *name : {"VESTRA_HOME", "LC_ALL", "LC_CTYPE", "LANG"}) env_.set(name, std::nullopt);
+    for (const char *name : {"VESTRA_HOME", "LC_ALL", "LC_CTYPE", "LANG"})
+      env_.set(name, std::nullopt);
   }
   void TearDown() override {
     gslu::startupFailStepForTesting(gslu::kStepNone);
@@ -89,7 +90,8 @@ TEST_F(ContextTest, CatalogueIsFoundOrStartUpFailsNamingWhy) {
       {"malformed", nullptr, nullptr, "ldap.msg:3:"},
   };
   for (const auto &c : cases) {
-    SCOPED_TRACE(testing::Message() << (c.mesgdir ? c.mesgdir : "-") << " " << (c.home ? c.home : "-"));
+    SCOPED_TRACE(testing::Message()
+                 << (c.mesgdir ? c.mesgdir : "-") << " " << (c.home ? c.home : "-"));
     qtest::dropContext();
     auto under = [&](const char *sub) {
       return sub ? std::optional<std::string>(dir.path() + "/" + sub) : std::nullopt;
@@ -102,7 +104,8 @@ TEST_F(ContextTest, CatalogueIsFoundOrStartUpFailsNamingWhy) {
       EXPECT_EQ(status, GSLU_INIT_SERVICE_FAILED);
       EXPECT_EQ(ctx, nullptr);
       EXPECT_EQ(gsluizgcGetContext(), nullptr);
-      EXPECT_NE(std::strstr(gslu::startupDiagnostic(), c.diagnostic), nullptr) << gslu::startupDiagnostic();
+      EXPECT_NE(std::strstr(gslu::startupDiagnostic(), c.diagnostic), nullptr)
+          << gslu::startupDiagnostic();
       continue;
     }
     ASSERT_EQ(status, GSLU_INIT_OK);
@@ -133,7 +136,8 @@ TEST_F(ContextTest, FailedStartUpsKeepNothing) {
 TEST(HostIdentifier, ComesFromTheFilesInOrder) {
   TempDir dir;
   const uint32_t raw = 0x0a0b0c0d;
-  const std::string hostid = dir.write("hostid", std::string(reinterpret_cast<const char *>(&raw), 4));
+  const std::string hostid =
+      dir.write("hostid", std::string(reinterpret_cast<const char *>(&raw), 4));
   const std::string short_hostid = dir.write("short", "abc");
   const std::string machine = dir.write("machine-id", "0123abcdEF4567890123456789abcdef\n");
   const std::string bad_machine = dir.write("bad-machine-id", "0123abcx\n");
@@ -205,7 +209,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Every step that can fail: start-up reports it, publishes nothing, leaks
 // nothing (checked by the sanitizer build) and the next attempt succeeds.
-class StartupStepTest : public ContextTest, public ::testing::WithParamInterface<gslu::StartupStep> {};
+class StartupStepTest : public ContextTest,
+                        public ::testing::WithParamInterface<gslu::StartupStep> {};
 
 TEST_P(StartupStepTest, FailingStepLeavesNothingBehind) {
   gslu::startupFailStepForTesting(GetParam());
@@ -218,13 +223,14 @@ TEST_P(StartupStepTest, FailingStepLeavesNothingBehind) {
   ASSERT_NE(gsluizgcGetContext(), nullptr);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Steps, StartupStepTest,
-    ::testing::Values(gslu::kStepLanguageService, gslu::kStepContextMemory, gslu::kStepFirstLock,
-                      gslu::kStepLanguages, gslu::kStepThreadService, gslu::kStepResourceManager,
-                      gslu::kStepLocks, gslu::kStepMessages, gslu::kStepMessageBind,
-                      gslu::kStepSecondLock, gslu::kStepOutputMessages, gslu::kStepFormat,
-                      gslu::kStepRegistrySave));
+INSTANTIATE_TEST_SUITE_P(Steps, StartupStepTest,
+                         ::testing::Values(gslu::kStepLanguageService, gslu::kStepContextMemory,
+                                           gslu::kStepFirstLock, gslu::kStepLanguages,
+                                           gslu::kStepThreadService, gslu::kStepResourceManager,
+                                           gslu::kStepLocks, gslu::kStepMessages,
+                                           gslu::kStepMessageBind, gslu::kStepSecondLock,
+                                           gslu::kStepOutputMessages, gslu::kStepFormat,
+                                           gslu::kStepRegistrySave));
 
 TEST_F(ContextTest, RegistryMemoryExhaustedGivesStatus5) {
   gslu::registryFailPrivateAllocAfter(0);
@@ -290,8 +296,8 @@ TEST_F(ContextTest, PasswordSchemeTableMapsEachNameToItsCode) {
   gsluctx *ctx = gsluizgcGetContext();
   ASSERT_NE(ctx, nullptr);
   const std::pair<const char *, int32_t> schemes[] = {
-      {"md4", 7001},     {"MD5", 7002},     {"Sha", 7003},       {"ssha", 7004},    {"SMD5", 7005},
-      {"crypt", 7006},   {"sha256", 7011},  {"SHA384", 7012},    {"sha512", 7013},  {"ssha256", 7014},
+      {"md4", 7001},     {"MD5", 7002},     {"Sha", 7003},      {"ssha", 7004},   {"SMD5", 7005},
+      {"crypt", 7006},   {"sha256", 7011},  {"SHA384", 7012},   {"sha512", 7013}, {"ssha256", 7014},
       {"ssha384", 7015}, {"SSHA512", 7016}, {"mr-sha512", 7017}};
   EXPECT_EQ(gsluhhClntGetNumElements(ctx->password_schemes), std::size(schemes));
   for (const auto &[name, code] : schemes) {

@@ -35,7 +35,7 @@ struct ReplaceCase {
   const char *name;
   const char *output_locale;  // the code set comes from the name if not installed
   std::string input;
-  std::string expected;       // empty when refused
+  std::string expected;  // empty when refused
   int status;
   uint32_t error_state;
 };
@@ -69,14 +69,34 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, ReplaceTest,
     ::testing::Values(
         ReplaceCase{"Accents", kLatin1, "h\xC3\xA9llo w\xC3\xB6rld", "h\xE9llo w\xF6rld", 0, 0},
-        ReplaceCase{"EuroReplaced", kLatin1, "a\xE2\x82\xAC" "b", "a?b", 0, 1},
+        ReplaceCase{"EuroReplaced", kLatin1,
+                    "a\xE2\x82\xAC"
+                    "b",
+                    "a?b", 0, 1},
         ReplaceCase{"SixBytesWithoutReplacementKept", kLatin1, "abcdef", "abcdef", 0, 0},
-        ReplaceCase{"SixBytesWithReplacementRefused", kLatin1, "ab\xE2\x82\xAC" "cde", "", 3, 1},
-        ReplaceCase{"SevenBytesWithReplacementKept", kLatin1, "ab\xE2\x82\xAC" "cdef", "ab?cdef", 0, 1},
-        ReplaceCase{"EightBytesWithReplacementRefused", kLatin1, "\xE2\x82\xAC" "bcdefgh", "", 3, 1},
-        ReplaceCase{"StrayByte", kLatin1, "a\xFF" "b", "a?b", 0, 1},
+        ReplaceCase{"SixBytesWithReplacementRefused", kLatin1,
+                    "ab\xE2\x82\xAC"
+                    "cde",
+                    "", 3, 1},
+        ReplaceCase{"SevenBytesWithReplacementKept", kLatin1,
+                    "ab\xE2\x82\xAC"
+                    "cdef",
+                    "ab?cdef", 0, 1},
+        ReplaceCase{"EightBytesWithReplacementRefused", kLatin1,
+                    "\xE2\x82\xAC"
+                    "bcdefgh",
+                    "", 3, 1},
+        ReplaceCase{"StrayByte", kLatin1,
+                    "a\xFF"
+                    "b",
+                    "a?b", 0, 1},
         ReplaceCase{"TruncatedAtEnd", kLatin1, "ab\xE2\x82", "ab??", 0, 1},
-        ReplaceCase{"Utf8TargetUsesReplacementCharacter", "en_US.UTF-8", "a\xFF" "b", "a\xEF\xBF\xBD" "b", 0, 1}),
+        ReplaceCase{"Utf8TargetUsesReplacementCharacter", "en_US.UTF-8",
+                    "a\xFF"
+                    "b",
+                    "a\xEF\xBF\xBD"
+                    "b",
+                    0, 1}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // Every two-byte input: no crash, no endless loop, output within bounds.
@@ -116,14 +136,15 @@ TEST_P(DirectionTest, CodeSelectsLanguages) {
 const std::string kUtf8E = "\xC3\xA9";
 const std::string kLatin1E = "\xE9";
 
-INSTANTIATE_TEST_SUITE_P(Codes, DirectionTest,
-                         ::testing::Values(DirectionCase{GSLUUC_INTERNAL_TO_ENVIRONMENT, kUtf8E, kLatin1E},
-                                           DirectionCase{GSLUUC_INTERNAL_TO_OUTPUT, kUtf8E, kUtf8E},
-                                           DirectionCase{GSLUUC_ENVIRONMENT_TO_INTERNAL, kLatin1E, kUtf8E},
-                                           DirectionCase{GSLUUC_OUTPUT_TO_INTERNAL, kUtf8E, kUtf8E},
-                                           DirectionCase{GSLUUC_ENVIRONMENT_TO_OUTPUT, kLatin1E, kUtf8E},
-                                           DirectionCase{GSLUUC_OUTPUT_TO_ENVIRONMENT, kUtf8E, kLatin1E},
-                                           DirectionCase{99, kUtf8E, kLatin1E}));
+INSTANTIATE_TEST_SUITE_P(
+    Codes, DirectionTest,
+    ::testing::Values(DirectionCase{GSLUUC_INTERNAL_TO_ENVIRONMENT, kUtf8E, kLatin1E},
+                      DirectionCase{GSLUUC_INTERNAL_TO_OUTPUT, kUtf8E, kUtf8E},
+                      DirectionCase{GSLUUC_ENVIRONMENT_TO_INTERNAL, kLatin1E, kUtf8E},
+                      DirectionCase{GSLUUC_OUTPUT_TO_INTERNAL, kUtf8E, kUtf8E},
+                      DirectionCase{GSLUUC_ENVIRONMENT_TO_OUTPUT, kLatin1E, kUtf8E},
+                      DirectionCase{GSLUUC_OUTPUT_TO_ENVIRONMENT, kUtf8E, kLatin1E},
+                      DirectionCase{99, kUtf8E, kLatin1E}));
 
 TEST_F(ConvertTest, ScratchIsCopiedBackAndInputGrows) {
   ASSERT_EQ(gsluucbSetOutputLanguage(ctx_, kLatin1), GSLUUC_OK);

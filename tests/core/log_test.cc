@@ -82,15 +82,13 @@ TEST_P(DecisionTest, DecidesWhetherLineIsWanted) {
   EXPECT_EQ(g_logged, c.wanted ? expected : std::vector<std::string>{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Switches, DecisionTest,
-                         ::testing::Values(DecisionCase{2, 0, 0x4000, true},
-                                           DecisionCase{0x4000, 0, 0x7fffffff, true},
-                                           DecisionCase{0x4001, 0, 1, false},
-                                           DecisionCase{0x4001, 1, 1, true},
-                                           DecisionCase{1, 1, 2, false},
-                                           DecisionCase{0, 1, 0x4000, false},
-                                           DecisionCase{0x4000, 0, 0x4001, false},
-                                           DecisionCase{0x4000, 1, 0x4001, true}));
+INSTANTIATE_TEST_SUITE_P(
+    Switches, DecisionTest,
+    ::testing::Values(DecisionCase{2, 0, 0x4000, true}, DecisionCase{0x4000, 0, 0x7fffffff, true},
+                      DecisionCase{0x4001, 0, 1, false}, DecisionCase{0x4001, 1, 1, true},
+                      DecisionCase{1, 1, 2, false}, DecisionCase{0, 1, 0x4000, false},
+                      DecisionCase{0x4000, 0, 0x4001, false},
+                      DecisionCase{0x4000, 1, 0x4001, true}));
 
 TEST_F(LogTest, HookReceivesEveryLineInsteadOfLog) {
   ASSERT_EQ(gslutsSetTraceHook(ctx_, captureHook), GSLUF_OK);
@@ -122,7 +120,9 @@ constexpr std::size_t kStampSize = 19;
 
 TEST_F(LogTest, ErrorLineCreatesTimeStampedLogFile) {
   const int32_t n = 7;
-  EXPECT_EQ(gslutcTrace(0x4000, "error %d in %s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING, "o=ex", 0), 0u);
+  EXPECT_EQ(
+      gslutcTrace(0x4000, "error %d in %s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING, "o=ex", 0),
+      0u);
   EXPECT_EQ(gslu::trace(ctx_, 1, "%s\n", "not wanted"), 0u);
   EXPECT_EQ(gslufdDebug(ctx_, GSLUF_DEBUG_LOG, "value=%s\n", GSLUF_ARG_STRING, nullptr, 0), 0);
   EXPECT_EQ(gsluffFLog(ctx_, 0x4000, "100% done %d\n"), 0);  // text, not a format
@@ -150,7 +150,8 @@ TEST_F(LogTest, ExistingLogFileIsAppendedToAndADeletedOneRecreated) {
 
 TEST_F(LogTest, UnsetHomeDropsLine) {
   env_.set("VESTRA_HOME", std::nullopt);
-  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "dropped"), static_cast<uint32_t>(GSLUF_WRITE_FAILED));
+  EXPECT_EQ(gslu::trace(ctx_, 0x4000, "%s\n", "dropped"),
+            static_cast<uint32_t>(GSLUF_WRITE_FAILED));
   EXPECT_TRUE(std::filesystem::is_empty(home_.path() + "/ldap/log"));
 }
 
@@ -191,7 +192,8 @@ TEST_P(LogNameTest, ComponentChoosesFileName) {
   }
   ASSERT_EQ(status, GSLUF_OK);
   std::string name = c.name;
-  if (const auto at = name.find("<pid>"); at != std::string::npos) name.replace(at, 5, std::to_string(getpid()));
+  if (const auto at = name.find("<pid>"); at != std::string::npos)
+    name.replace(at, 5, std::to_string(getpid()));
   EXPECT_TRUE(std::filesystem::exists(home_.path() + "/ldap/log/" + name));
 }
 
@@ -199,8 +201,7 @@ INSTANTIATE_TEST_SUITE_P(Table, LogNameTest,
                          ::testing::Values(NameCase{0, 3, "qdrldapd03s<pid>.log"},
                                            NameCase{7, 12, "pzksrv12.log"},
                                            NameCase{8, 1, "pzksrv01s<pid>.log"},
-                                           NameCase{15, 0, "masspurge.log"},
-                                           NameCase{16, 0, ""},
+                                           NameCase{15, 0, "masspurge.log"}, NameCase{16, 0, ""},
                                            NameCase{200, 0, "qdrldapd00s<pid>.log"}),
                          [](const auto &info) {
                            const NameCase &c = info.param;

@@ -23,7 +23,8 @@ void *tableAlloc(gsluctx *ctx, void *, uint32_t size) { return record("table-mal
 void *tableCalloc(gsluctx *ctx, void *, uint32_t, uint32_t size, const gsluMemCallbacks *) {
   return record("table-calloc", ctx, size);
 }
-void *tableRealloc(gsluctx *ctx, void *, uint32_t size, void *, uint32_t, const gsluMemCallbacks *) {
+void *tableRealloc(gsluctx *ctx, void *, uint32_t size, void *, uint32_t,
+                   const gsluMemCallbacks *) {
   return record("table-realloc", ctx, size);
 }
 void tableFree(gsluctx *ctx, void *, void *) { record("table-free", ctx, 0); }

@@ -45,7 +45,8 @@ class Redirect {
 std::string drain(int fd) {
   std::string out;
   char buf[65536];
-  for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;) out.append(buf, static_cast<std::size_t>(n));
+  for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;)
+    out.append(buf, static_cast<std::size_t>(n));
   return out;
 }
 
@@ -91,7 +92,8 @@ class OutputTest : public qtest::FreshContextTest {
   // A file opened for writing, as a stream code.
   uint64_t createFile(const char *name) {
     gslufFile *file = nullptr;
-    EXPECT_EQ(gslufoOpen(ctx_, (dir_.path() + "/" + name).c_str(), GSLUF_MODE_CREATE, &file), GSLUF_OK);
+    EXPECT_EQ(gslufoOpen(ctx_, (dir_.path() + "/" + name).c_str(), GSLUF_MODE_CREATE, &file),
+              GSLUF_OK);
     return reinterpret_cast<uint64_t>(file);
   }
   std::string closeAndRead(uint64_t stream, const char *name) {
@@ -142,7 +144,8 @@ INSTANTIATE_TEST_SUITE_P(
         PieceCase{"ThreePieces", repeat('x', 2 * 32763 + 1),
                   repeat('x', 32763) + "\n" + repeat('x', 32763) + "\nx\n"},
         PieceCase{"SuffixCompletes32763AsIs", repeat('a', 32762), repeat('a', 32762) + "\n", "\n"},
-        PieceCase{"SuffixMakesASecondPiece", repeat('a', 32763), repeat('a', 32763) + "\n\n\n", "\n"},
+        PieceCase{"SuffixMakesASecondPiece", repeat('a', 32763), repeat('a', 32763) + "\n\n\n",
+                  "\n"},
         PieceCase{"CharacterBeforeTheSuffixNotSplit", repeat('a', 32762) + kE,
                   repeat('a', 32762) + "\n" + kE + "\n\n", "\n"}),
     [](const auto &info) { return std::string(info.param.name); });
@@ -151,8 +154,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 struct RetryCase {
   std::size_t length;
-  std::vector<uint32_t> sizes;                          // every block asked for, in order
-  std::vector<std::pair<uint32_t, uint32_t>> resizes;   // (new size, old size named)
+  std::vector<uint32_t> sizes;                         // every block asked for, in order
+  std::vector<std::pair<uint32_t, uint32_t>> resizes;  // (new size, old size named)
 };
 
 void PrintTo(const RetryCase &c, std::ostream *os) { *os << c.length << " bytes"; }
@@ -171,11 +174,10 @@ TEST_P(RetryTest, FirstHeapRetryKeepsLimitThenDoublesDeliberately) {
   EXPECT_TRUE(closeAndRead(file, "retry") == text);  // long text to a file: whole
 }
 
-INSTANTIATE_TEST_SUITE_P(Lengths, RetryTest,
-                         ::testing::Values(RetryCase{32767, {}, {}},
-                                           RetryCase{32768, {65536, 65536}, {{65536, 32768}}},
-                                           RetryCase{70000, {65536, 65536, 131072},
-                                                     {{65536, 32768}, {131072, 65536}}}));
+INSTANTIATE_TEST_SUITE_P(
+    Lengths, RetryTest,
+    ::testing::Values(RetryCase{32767, {}, {}}, RetryCase{32768, {65536, 65536}, {{65536, 32768}}},
+                      RetryCase{70000, {65536, 65536, 131072}, {{65536, 32768}, {131072, 65536}}}));
 
 // ---- Formatting failures -------------------------------------------------------------
 
@@ -189,9 +191,9 @@ TEST_F(OutputTest, TypeCodeErrorsGiveFormatFailure) {
   EXPECT_EQ(gslufpFprintf(ctx_, stream, nullptr, 0), GSLUF_FORMAT_FAILED);
   const gsluArg bad{77, {}};
   EXPECT_EQ(gslufpaFprintfArgs(ctx_, stream, "x", &bad, 1), GSLUF_FORMAT_FAILED);
-  EXPECT_EQ(gslufpFprintf(ctx_, stream, "%d|%s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING,
-                          nullptr, 0),
-            GSLUF_OK);
+  EXPECT_EQ(
+      gslufpFprintf(ctx_, stream, "%d|%s\n", GSLUF_ARG_INT32_PTR, &n, GSLUF_ARG_STRING, nullptr, 0),
+      GSLUF_OK);
   EXPECT_EQ(closeAndRead(stream, "errors"), "5|<null arg>\n");  // nothing of the failed calls
 }
 
@@ -202,11 +204,16 @@ TEST_F(OutputTest, ConvertsWhenFlagIsSet) {
   const uint64_t stream = createFile("latin1");
   EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s\n", "caf\xC3\xA9"), GSLUF_OK);
   // Six bytes after a replacement: the conversion refuses, nothing written.
-  EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s\n", "ab\xE2\x82\xAC" "cd"), GSLUF_FORMAT_FAILED);
+  EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s\n",
+                          "ab\xE2\x82\xAC"
+                          "cd"),
+            GSLUF_FORMAT_FAILED);
   // With the flag set, long text goes in pieces whatever the stream.
   const std::string long_text = repeat('a', 32762) + kE + "b";
   EXPECT_EQ(gslu::fprintf(ctx_, stream, "%s", long_text.c_str()), GSLUF_OK);
-  EXPECT_EQ(closeAndRead(stream, "latin1"), "caf\xE9\n" + repeat('a', 32762) + "\n\xE9" "b\n");
+  EXPECT_EQ(closeAndRead(stream, "latin1"), "caf\xE9\n" + repeat('a', 32762) +
+                                                "\n\xE9"
+                                                "b\n");
 }
 
 // ---- Standard output ----------------------------------------------------------------------
@@ -226,7 +233,8 @@ TEST_F(OutputTest, StdoutToPipeIsBufferedUntilStderrOr64KiB) {
   EXPECT_EQ(drain(err.read_end), "warning\n");
   // 64 KiB are never held back.
   const std::string chunk = repeat('c', 20000);
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", chunk.c_str()), GSLUF_OK);
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s", chunk.c_str()), GSLUF_OK);
   const std::string early = drain(out.read_end);
   EXPECT_GE(early.size(), 60000u);
   EXPECT_EQ(gslufcsCloseStdout(ctx_), GSLUF_OK);

@@ -14,8 +14,8 @@
 
 namespace {
 
-using qtest::RunResult;
 using qtest::runQuillomat;
+using qtest::RunResult;
 
 const std::string kUsage = "usage: quillomat file1 file2 ...\n\n";
 
@@ -74,19 +74,23 @@ TEST_P(CauseTest, NamesTheFileThePlaceAndTheCause) {
 INSTANTIATE_TEST_SUITE_P(
     Causes, CauseTest,
     ::testing::Values(
-        CauseCase{"MismatchedTag", "<entry dn=\"cn=b\"><attr name=\"cn\"><value>b</vaule></attr></entry>",
+        CauseCase{"MismatchedTag",
+                  "<entry dn=\"cn=b\"><attr name=\"cn\"><value>b</vaule></attr></entry>",
                   "doc.dsml:3:44: mismatched tag"},
         CauseCase{"EntryWithoutDn", "<entry><attr name=\"cn\"><value>b</value></attr></entry>",
                   "doc.dsml:3:1: entry without a dn attribute"},
         CauseCase{"AttrWithoutName", "<entry dn=\"cn=b\"><attr><value>b</value></attr></entry>",
                   "doc.dsml:3:18: attr without a name attribute"},
         CauseCase{"ForgingName",
-                  "<entry dn=\"cn=b\">\n  <attr name=\"description&#10;&#10;dn: cn=admin,o=ex&#10;changetype: "
+                  "<entry dn=\"cn=b\">\n  <attr name=\"description&#10;&#10;dn: "
+                  "cn=admin,o=ex&#10;changetype: "
                   "delete\"><value>b</value></attr></entry>",
-                  "doc.dsml:4:3: invalid attribute name \"description\\n\\ndn: cn=admin,o=ex\\nchangetype: "
+                  "doc.dsml:4:3: invalid attribute name \"description\\n\\ndn: "
+                  "cn=admin,o=ex\\nchangetype: "
                   "delete\" (it would change the structure of the LDIF)"},
         CauseCase{"UndecodableBase64",
-                  "<entry dn=\"cn=b\"><attr name=\"cn\">\n<value encoding=\"base64\">\n!!!!</value></attr></entry>",
+                  "<entry dn=\"cn=b\"><attr name=\"cn\">\n<value "
+                  "encoding=\"base64\">\n!!!!</value></attr></entry>",
                   "doc.dsml:5:5: the base64 text of this value cannot be decoded"}),
     [](const auto &info) { return std::string(info.param.name); });
 
@@ -99,7 +103,8 @@ TEST_F(CliTest, SourcesThatCannotBeReadAreNamedWithTheSystemsReason) {
   } cases[] = {
       {"missing.dsml", "missing.dsml: cannot be opened: No such file or directory"},
       {"folder.dsml", "folder.dsml: cannot be opened: Is a directory"},
-      {"http://example.com/x.dsml", "http://example.com/x.dsml: only local files and file: URIs are read"},
+      {"http://example.com/x.dsml",
+       "http://example.com/x.dsml: only local files and file: URIs are read"},
       {"file:relative.dsml", "file:relative.dsml: malformed file: URI"},
   };
   for (const auto &c : cases) {
@@ -118,13 +123,15 @@ TEST_F(CliTest, EntitiesRefusedAreNamedWhereTheyAreUsed) {
   dir_.write("external.dsml",
              "<!DOCTYPE dsml [<!ENTITY e SYSTEM \"/etc/passwd\">]>\n<dsml>\n<directory-entries>&e;"
              "</directory-entries></dsml>\n");
-  EXPECT_EQ(run({"external.dsml"}).err,
-            failed("external.dsml:3:20: external entity refused (nothing outside the document is loaded)"));
+  EXPECT_EQ(
+      run({"external.dsml"}).err,
+      failed(
+          "external.dsml:3:20: external entity refused (nothing outside the document is loaded)"));
   std::string lol = "<!DOCTYPE dsml [<!ENTITY l0 \"lol\">";
   for (int i = 1; i < 10; ++i) {
     const std::string prev = "&l" + std::to_string(i - 1) + ";";
-    lol += "<!ENTITY l" + std::to_string(i) + " \"" + prev + prev + prev + prev + prev + prev + prev +
-           prev + prev + prev + "\">";
+    lol += "<!ENTITY l" + std::to_string(i) + " \"" + prev + prev + prev + prev + prev + prev +
+           prev + prev + prev + prev + "\">";
   }
   dir_.write("laughs.dsml", lol + "]>\n<dsml>&l9;</dsml>\n");
   const RunResult r = run({"laughs.dsml"});
@@ -144,13 +151,16 @@ TEST_F(CliTest, TheFailingDocumentIsTheOneNamed) {
 // A DSML v2 request is not DSML v1: nothing is converted, one warning says
 // why, and the run still succeeds.
 TEST_F(CliTest, ARootOtherThanDsmlIsAWarning) {
-  dir_.write("v2.dsml", "<batchRequest xmlns=\"urn:oasis:names:tc:DSML:2:0:core\"><addRequest dn=\"cn=a\"/>"
-                        "</batchRequest>\n");
+  dir_.write("v2.dsml",
+             "<batchRequest xmlns=\"urn:oasis:names:tc:DSML:2:0:core\"><addRequest dn=\"cn=a\"/>"
+             "</batchRequest>\n");
   dir_.write("v1.dsml", document(entry("a")));
   const RunResult r = run({"v2.dsml", "v1.dsml"});
   EXPECT_EQ(r.out, record("a"));
-  EXPECT_EQ(r.err, "quillomat: v2.dsml:1:1: warning: the root element is batchRequest, not dsml; nothing was "
-                   "converted\n");
+  EXPECT_EQ(
+      r.err,
+      "quillomat: v2.dsml:1:1: warning: the root element is batchRequest, not dsml; nothing was "
+      "converted\n");
   EXPECT_EQ(r.status, 0);
 }
 
@@ -158,7 +168,7 @@ TEST_F(CliTest, ARootOtherThanDsmlIsAWarning) {
 TEST_F(CliTest, TheFailureLineGoesToTheLogToo) {
   std::filesystem::create_directories(dir_.path() + "/home/ldap/log");
   const RunResult r = run({"missing.dsml"}, {.env = {{"VESTRA_HOME", dir_.path() + "/home"},
-                                                      {"VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR}}});
+                                                     {"VSX_LDAP_MESGDIR", QUILLOMAT_MESGDIR}}});
   std::string log;
   for (const auto &f : std::filesystem::directory_iterator(dir_.path() + "/home/ldap/log")) {
     log += qtest::readFile(f.path().string());
@@ -233,7 +243,8 @@ TEST_F(CliTest, HelpAndVersionGoToStandardOutput) {
 // python-ldap's LDIF reader gives back the very bytes of the value.
 TEST_F(CliTest, WholeRecordsAreValidLdifForOtherReaders) {
   std::string value;
-  for (int i = 0; value.size() < 100000; ++i) value.append("line ").append(std::to_string(i)).append(" \xc3\xa9\n");
+  for (int i = 0; value.size() < 100000; ++i)
+    value.append("line ").append(std::to_string(i)).append(" \xc3\xa9\n");
   const std::string encoded = [&] {
     static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string out;
@@ -248,26 +259,30 @@ TEST_F(CliTest, WholeRecordsAreValidLdifForOtherReaders) {
     }
     return out;
   }();
-  dir_.write("big.dsml", document("<entry dn=\"cn=big,o=ex\"><attr name=\"description\"><value encoding=\"base64\">" +
-                                  encoded + "</value></attr></entry>" + entry("after")));
+  dir_.write(
+      "big.dsml",
+      document("<entry dn=\"cn=big,o=ex\"><attr name=\"description\"><value encoding=\"base64\">" +
+               encoded + "</value></attr></entry>" + entry("after")));
   dir_.write("value.bin", value);
   for (const std::string option : {"-w", "--whole-records"}) {
     const RunResult r = run({option, "big.dsml"});
     ASSERT_EQ(r.status, 0) << r.err;
     dir_.write("out.ldif", r.out);
-    const std::string check =
-        "cd " + dir_.path() +
-        " && /usr/bin/python3 -c 'import ldif; r = ldif.LDIFRecordList(open(\"out.ldif\", \"rb\")); r.parse();"
-        " v = open(\"value.bin\", \"rb\").read();"
-        " assert [d for d, _ in r.all_records] == [\"cn=big,o=ex\", \"cn=after,o=ex\"], r.all_records;"
-        " assert r.all_records[0][1][\"description\"] == [v]'";
+    const std::string check = "cd " + dir_.path() +
+                              " && /usr/bin/python3 -c 'import ldif; r = "
+                              "ldif.LDIFRecordList(open(\"out.ldif\", \"rb\")); r.parse();"
+                              " v = open(\"value.bin\", \"rb\").read();"
+                              " assert [d for d, _ in r.all_records] == [\"cn=big,o=ex\", "
+                              "\"cn=after,o=ex\"], r.all_records;"
+                              " assert r.all_records[0][1][\"description\"] == [v]'";
     EXPECT_EQ(std::system(check.c_str()), 0) << option;
   }
   // By default the record reaches standard output in pieces, each followed
   // by a newline, which no LDIF reader takes for one record.
   const std::string pieces = run({"big.dsml"}).out;
   const std::string whole = run({"-w", "big.dsml"}).out;
-  EXPECT_GT(std::count(pieces.begin(), pieces.end(), '\n'), std::count(whole.begin(), whole.end(), '\n'));
+  EXPECT_GT(std::count(pieces.begin(), pieces.end(), '\n'),
+            std::count(whole.begin(), whole.end(), '\n'));
 }
 
 }  // namespace

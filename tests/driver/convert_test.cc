@@ -46,7 +46,8 @@ class CommandRun {
     redirect(err_path_, 2);
     gslu::stdoutResetForTesting();
     if (argc < 0) argc = static_cast<int>(args.size()) + 1;
-    const int status = quillomat::convertAll(ctx, argc, argc == 0 ? argv.data() + argv.size() - 1 : argv.data());
+    const int status =
+        quillomat::convertAll(ctx, argc, argc == 0 ? argv.data() + argv.size() - 1 : argv.data());
     std::fflush(stderr);
     dup2(saved_out, 1);
     dup2(saved_err, 2);
@@ -72,8 +73,11 @@ std::string document(const std::string &entries) {
 }
 
 std::string entry(const std::string &cn, const std::string &value) {
-  return "<entry dn=\"cn=" + cn + ",o=ex\"><objectclass><oc-value>top</oc-value></objectclass>"
-         "<attr name=\"cn\"><value>" + value + "</value><value encoding=\"base64\">QW5uIExlZQ==</value>"
+  return "<entry dn=\"cn=" + cn +
+         ",o=ex\"><objectclass><oc-value>top</oc-value></objectclass>"
+         "<attr name=\"cn\"><value>" +
+         value +
+         "</value><value encoding=\"base64\">QW5uIExlZQ==</value>"
          "</attr></entry>";
 }
 
@@ -100,7 +104,8 @@ TEST_F(ConvertTest, TheCallbackPassesOnARenderingFailure) {
   LDAPEntry *entry = nullptr;
   ASSERT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a", &entry), GSLCLE_OK);
   LDAPAttribute *forged = nullptr;
-  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "changetype", GSLCLE_VALUES_BINARY, &forged), GSLCLE_OK);
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "changetype", GSLCLE_VALUES_BINARY, &forged),
+            GSLCLE_OK);
   ASSERT_EQ(gslcleaaAddLDAPAttribute(nullptr, entry, forged), GSLCLE_OK);
   EXPECT_NE(s0gslPrintLDAPEntry(entry, nullptr), 0);
   (void)gslcledeDestroyLDAPEntry(nullptr, entry);
@@ -156,7 +161,8 @@ TEST_F(ConvertTest, EveryAllocationFailureEndsInWholeRecordsAndAMessage) {
 // allocates only when it converts, so the run is in a Latin-1 locale.
 TEST_F(ConvertTest, AFailedPrintStopsTheRun) {
   const std::string locales = dir_.path() + "/locales";
-  const std::string cmd = "localedef -i en_US -f ISO-8859-1 " + locales + "/en_US.ISO-8859-1 >/dev/null 2>&1";
+  const std::string cmd =
+      "localedef -i en_US -f ISO-8859-1 " + locales + "/en_US.ISO-8859-1 >/dev/null 2>&1";
   std::filesystem::create_directories(locales);
   if (std::system(cmd.c_str()) != 0 && !std::filesystem::exists(locales + "/en_US.ISO-8859-1")) {
     GTEST_SKIP() << "localedef cannot build en_US.ISO-8859-1 here (package locales missing)";
@@ -166,22 +172,24 @@ TEST_F(ConvertTest, AFailedPrintStopsTheRun) {
   env_.set("LANG", "en_US.ISO-8859-1");
   ctx_ = gsluizgcGetContext();
   ASSERT_NE(ctx_, nullptr);
-  const std::string big = dir_.write("big.dsml", document(entry("a1", "x") + entry("a2", std::string(40000, 'b')) +
-                                                         entry("a3", "z")));
+  const std::string big = dir_.write(
+      "big.dsml",
+      document(entry("a1", "x") + entry("a2", std::string(40000, 'b')) + entry("a3", "z")));
   CommandRun command(dir_);
   qtest::TestAllocator::Scope allocator;
   // Fails exactly the first block the printing of a long record asks for.
   static bool failed_once;
   failed_once = false;
-  ASSERT_EQ(gslumsSetHooks(nullptr,
-                           [](gsluctx *, uint32_t size) -> void * {
-                             if (size == 65536 && !failed_once) {
-                               failed_once = true;
-                               return nullptr;
-                             }
-                             return qtest::TestAllocator::allocate(nullptr, size);
-                           },
-                           nullptr, qtest::TestAllocator::reallocate, qtest::TestAllocator::release),
+  ASSERT_EQ(gslumsSetHooks(
+                nullptr,
+                [](gsluctx *, uint32_t size) -> void * {
+                  if (size == 65536 && !failed_once) {
+                    failed_once = true;
+                    return nullptr;
+                  }
+                  return qtest::TestAllocator::allocate(nullptr, size);
+                },
+                nullptr, qtest::TestAllocator::reallocate, qtest::TestAllocator::release),
             0);
   const Captured r = command.run(ctx_, {big});
   EXPECT_TRUE(failed_once);

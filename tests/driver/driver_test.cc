@@ -12,8 +12,8 @@
 
 namespace {
 
-using qtest::RunResult;
 using qtest::runQuillomat;
+using qtest::RunResult;
 using qtest::StdoutKind;
 
 // The one line that says which document failed, where and why.
@@ -75,7 +75,8 @@ TEST_F(DriverTest, AMissingFileStopsTheRunAfterTheEntriesBeforeIt) {
   const std::string c = file("c.dsml", document(entry("c1")));
   const RunResult r = runQuillomat({a, dir_.path() + "/missing.dsml", c});
   EXPECT_EQ(r.out, record("a1") + record("a2"));
-  EXPECT_EQ(r.err, failed(dir_.path() + "/missing.dsml: cannot be opened: No such file or directory"));
+  EXPECT_EQ(r.err,
+            failed(dir_.path() + "/missing.dsml: cannot be opened: No such file or directory"));
   EXPECT_EQ(r.status, 1);
 }
 
@@ -109,13 +110,15 @@ TEST_F(DriverTest, OutputIsTheSameThroughAPipeAndKeepsItsOrderWithErrors) {
   EXPECT_EQ(piped.out, expected);
   EXPECT_EQ(piped.status, 0);
   const RunResult shared = runQuillomat({good, bad}, {.stdout_kind = StdoutKind::kShared});
-  EXPECT_EQ(shared.err, expected + record("last") + failed(bad + ":5:1: junk after document element"));
+  EXPECT_EQ(shared.err,
+            expected + record("last") + failed(bad + ":5:1: junk after document element"));
   EXPECT_EQ(shared.status, 1);
 }
 
 TEST_F(DriverTest, LostOutputIsAFailure) {
   const std::string a = file("a.dsml", document(entry("a1")));
-  const RunResult r = runQuillomat({a}, {.stdout_kind = StdoutKind::kClosedPipe, .ignore_sigpipe = true});
+  const RunResult r =
+      runQuillomat({a}, {.stdout_kind = StdoutKind::kClosedPipe, .ignore_sigpipe = true});
   EXPECT_EQ(r.err, kOutputLost);
   EXPECT_EQ(r.status, 1);
 }
@@ -126,8 +129,9 @@ TEST_F(DriverTest, AClosedPipeStopsTheRunAtTheFirstFailedWrite) {
   std::string entries;
   for (int i = 0; i < 3000; ++i) entries += entry(std::string("n").append(std::to_string(i)));
   const std::string big = file("big.dsml", document(entries));
-  const RunResult r = runQuillomat({big, dir_.path() + "/missing.dsml"},
-                                   {.stdout_kind = StdoutKind::kClosedPipe, .ignore_sigpipe = true});
+  const RunResult r =
+      runQuillomat({big, dir_.path() + "/missing.dsml"},
+                   {.stdout_kind = StdoutKind::kClosedPipe, .ignore_sigpipe = true});
   EXPECT_EQ(r.err, kOutputLost);
   EXPECT_EQ(r.status, 1);
 }
@@ -145,7 +149,8 @@ class ForgedNameTest : public DriverTest, public ::testing::WithParamInterface<F
 
 TEST_P(ForgedNameTest, FailsTheDocumentAfterTheEntriesBeforeIt) {
   const std::string forged = "<entry dn=\"cn=Ann Lee,o=ex\">" + GetParam().attr + "</entry>\n";
-  const RunResult run = runQuillomat({file("forged.dsml", document(entry("a1") + forged + entry("a2")))});
+  const RunResult run =
+      runQuillomat({file("forged.dsml", document(entry("a1") + forged + entry("a2")))});
   EXPECT_EQ(run.out, record("a1"));
   // One line, naming the entry's line and the name with its line breaks
   // shown as escapes.
@@ -158,11 +163,13 @@ TEST_P(ForgedNameTest, FailsTheDocumentAfterTheEntriesBeforeIt) {
 INSTANTIATE_TEST_SUITE_P(
     Names, ForgedNameTest,
     ::testing::Values(
-        ForgedCase{"NewRecordThroughLineBreaks",
-                   "<attr name=\"description&#10;&#10;dn: cn=admin,o=ex&#10;changetype: delete&#10;&#10;"
-                   "dn: cn=Ann Lee,o=ex&#10;cn\"><value>x</value></attr>"},
+        ForgedCase{
+            "NewRecordThroughLineBreaks",
+            "<attr name=\"description&#10;&#10;dn: cn=admin,o=ex&#10;changetype: delete&#10;&#10;"
+            "dn: cn=Ann Lee,o=ex&#10;cn\"><value>x</value></attr>"},
         ForgedCase{"CarriageReturn", "<attr name=\"cn&#13;\"><value>x</value></attr>"},
-        ForgedCase{"LeadingSpaceContinuesTheDnLine", "<attr name=\" ,o=other\"><value>x</value></attr>"},
+        ForgedCase{"LeadingSpaceContinuesTheDnLine",
+                   "<attr name=\" ,o=other\"><value>x</value></attr>"},
         ForgedCase{"HashMakesAComment", "<attr name=\"#cn\"><value>x</value></attr>"},
         ForgedCase{"ChangetypeFirst", "<attr name=\"changetype\"><value>delete</value></attr>"},
         ForgedCase{"ControlInAnyCase", "<attr name=\"Control\"><value>1.2.3</value></attr>"},
@@ -174,10 +181,11 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(DriverTest, CatalogueProblemsAreExplained) {
   const std::string malformed = dir_.path() + "/malformed";
   dir_.write("malformed/ldap.msg", "2101 fine\n2102 fine\nnot a message line\n");
-  RunResult r = runQuillomat({file("a.dsml", document(entry("a1")))}, {.env = {{"VSX_LDAP_MESGDIR", malformed}}});
+  RunResult r = runQuillomat({file("a.dsml", document(entry("a1")))},
+                             {.env = {{"VSX_LDAP_MESGDIR", malformed}}});
   EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "\nError initializing CORE context.\nquillomat: message catalogue: " + malformed +
-                       "/ldap.msg:3: expected a message number from 1 to 4294967295\n");
+  EXPECT_EQ(r.err, "\nError initializing CORE context.\nquillomat: message catalogue: " +
+                       malformed + "/ldap.msg:3: expected a message number from 1 to 4294967295\n");
   EXPECT_EQ(r.status, 1);
 
   const std::string sparse = dir_.path() + "/sparse";
@@ -196,9 +204,11 @@ TEST_F(DriverTest, AnAddressSpaceLimitNeverCostsAnEntrySilently) {
   GTEST_SKIP() << "AddressSanitizer needs more address space than any limit worth testing";
 #else
   const std::string value(4 << 20, 'v');
-  const std::string doc = file("doc.dsml", document(entry("a1") + "<entry dn=\"cn=big,o=ex\"><attr name=\"x\">"
-                                                        "<value>" + value + "</value></attr></entry>\n" +
-                                                        entry("a2")));
+  const std::string doc =
+      file("doc.dsml", document(entry("a1") +
+                                "<entry dn=\"cn=big,o=ex\"><attr name=\"x\">"
+                                "<value>" +
+                                value + "</value></attr></entry>\n" + entry("a2")));
   const RunResult full = runQuillomat({doc, doc});
   ASSERT_EQ(full.status, 0);
   int successes = 0;
@@ -238,8 +248,8 @@ TEST_F(DriverTest, AnAddressSpaceLimitNeverCostsAnEntrySilently) {
 // most 32763 bytes, each followed by a newline.
 TEST_F(DriverTest, ARecordLongerThanOnePieceIsCutWithNewlines) {
   const std::string value(40000, 'v');
-  const std::string doc = document("<entry dn=\"o=ex\"><attr name=\"x\"><value>" + value +
-                                   "</value></attr></entry>\n");
+  const std::string doc =
+      document("<entry dn=\"o=ex\"><attr name=\"x\"><value>" + value + "</value></attr></entry>\n");
   // The record: "x: " and 75 characters, then continuation lines of 76.
   std::string rec = std::string("dn: o=ex\nx: ").append(value, 0, 75);
   for (size_t at = 75; at < value.size(); at += 76) rec.append("\n ").append(value, at, 76);
@@ -256,10 +266,9 @@ TEST_F(DriverTest, ARecordLongerThanOnePieceIsCutWithNewlines) {
 TEST_F(DriverTest, Latin1LocaleConvertsTextButNotBinaryValues) {
   const std::string locales = dir_.path() + "/locales";
   std::filesystem::create_directories(locales);
-  const std::string cmd = "localedef -i en_US -f ISO-8859-1 " + locales +
-                          "/en_US.ISO-8859-1 >/dev/null 2>&1";
-  if (std::system(cmd.c_str()) != 0 &&
-      !std::filesystem::exists(locales + "/en_US.ISO-8859-1")) {
+  const std::string cmd =
+      "localedef -i en_US -f ISO-8859-1 " + locales + "/en_US.ISO-8859-1 >/dev/null 2>&1";
+  if (std::system(cmd.c_str()) != 0 && !std::filesystem::exists(locales + "/en_US.ISO-8859-1")) {
     GTEST_SKIP() << "localedef cannot build en_US.ISO-8859-1 here (package locales missing)";
   }
   // "J\xc3\xbcrgen" (UTF-8) is "J\xfcrgen" in Latin-1: SvxyZ2Vu.

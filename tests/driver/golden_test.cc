@@ -41,11 +41,11 @@ TEST_P(GoldenTest, MatchesExpectedBytes) {
   EXPECT_EQ(r.status, std::stoi(optionalFile(base.string() + ".status", "0")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, GoldenTest, ::testing::ValuesIn(caseNames()),
-                         [](const auto &info) {
-                           std::string n = info.param;
-                           std::replace_if(n.begin(), n.end(), [](char c) { return !isalnum(c); }, '_');
-                           return n;
-                         });
+INSTANTIATE_TEST_SUITE_P(Cases, GoldenTest, ::testing::ValuesIn(caseNames()), [](const auto &info) {
+  std::string n = info.param;
+  std::replace_if(
+      n.begin(), n.end(), [](char c) { return !isalnum(c); }, '_');
+  return n;
+});
 
 }  // namespace

@@ -37,7 +37,10 @@ void PrintTo(const Outcome &o, std::ostream *os) {
 // One parser context fed with temporary documents. Its callback runs
 // on_entry, records the entry and refuses entry number `refuse` (from 0).
 struct Reader {
-  Reader() { EXPECT_EQ(gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ctx), 0); }
+  Reader() {
+    EXPECT_EQ(gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &ctx),
+              0);
+  }
   ~Reader() {
     if (ctx != nullptr) {
       EXPECT_EQ(gslxdv1cCleanup(&ctx), GSLXDV_OK);
@@ -48,7 +51,8 @@ struct Reader {
     auto *r = static_cast<Reader *>(arg);
     if (r->on_entry) r->on_entry();
     std::string out = entry->dn;
-    for (auto *a = static_cast<LDAPAttribute *>(entry->attributes ? entry->attributes->head : nullptr);
+    for (auto *a =
+             static_cast<LDAPAttribute *>(entry->attributes ? entry->attributes->head : nullptr);
          a != nullptr; a = static_cast<LDAPAttribute *>(a->next)) {
       out += std::string("|") + a->name + "=";
       for (uint32_t i = 0; i < a->count; ++i) {
@@ -110,17 +114,23 @@ void PrintTo(const DocumentCase &c, std::ostream *os) { *os << c.name; }
 // repeated here.
 const DocumentCase kDocuments[] = {
     {"SeveralColonsMatchOnTheLastPart",
-     "<a:b:dsml xmlns:a=\"urn:a\"><a:b:directory-entries><x:y:z:entry x:y:dn=\"cn=x\"><q:r:attr q:r:name=\"sn\">"
-     "<s:t:value>X</s:t:value></q:r:attr></x:y:z:entry><a:entry:x dn=\"cn=no\"/></a:b:directory-entries></a:b:dsml>",
+     "<a:b:dsml xmlns:a=\"urn:a\"><a:b:directory-entries><x:y:z:entry x:y:dn=\"cn=x\"><q:r:attr "
+     "q:r:name=\"sn\">"
+     "<s:t:value>X</s:t:value></q:r:attr></x:y:z:entry><a:entry:x "
+     "dn=\"cn=no\"/></a:b:directory-entries></a:b:dsml>",
      {GSLXDV_OK, {"cn=x|sn=X"}}},
     {"ValuesKeptExactlyInDocumentOrder",
-     inEntries("<entry dn=\"cn=a\">x<attr name=\"d\"> <value> a&amp;b&#x41;<![CDATA[<c>]]>d<!--x-->\n</value><value/>"
-               "<value>\xc3\xa9</value></attr><objectclass><oc-value/></objectclass><attr name=\"e\"/></entry>"
+     inEntries("<entry dn=\"cn=a\">x<attr name=\"d\"> <value> "
+               "a&amp;b&#x41;<![CDATA[<c>]]>d<!--x-->\n</value><value/>"
+               "<value>\xc3\xa9</value></attr><objectclass><oc-value/></objectclass><attr "
+               "name=\"e\"/></entry>"
                "<entry dn=\"\"/>"),
      {GSLXDV_OK, {"cn=a|d= a&bA<c>d\n,,\xc3\xa9|objectclass=|e=", ""}}},
     {"Base64Values",
-     inEntry("<attr name=\"d\"><value encoding=\"base64\">QW5u\n IExl ZQ==</value><value encoding=\"\">AAEC/w==</value>"
-             "<value>QW5u</value></attr><objectclass><oc-value encoding=\"base64\">dG9w</oc-value></objectclass>"),
+     inEntry("<attr name=\"d\"><value encoding=\"base64\">QW5u\n IExl ZQ==</value><value "
+             "encoding=\"\">AAEC/w==</value>"
+             "<value>QW5u</value></attr><objectclass><oc-value "
+             "encoding=\"base64\">dG9w</oc-value></objectclass>"),
      {GSLXDV_OK, {"cn=a|d=Ann Lee," + kBytes + ",QW5u|objectclass=dG9w"}}},
     {"EmptyAttrNameFails", inEntry("<attr name=\"\"/>"), {GSLXDV_FAILED, {}}},
     // Character references put line breaks into a name; such a name fails
@@ -129,25 +139,32 @@ const DocumentCase kDocuments[] = {
      inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"><attr name=\"d&#10;&#10;dn: cn=x&#10;cn\">"
                "<value>v</value></attr></entry>"),
      {GSLXDV_FAILED, {"cn=a"}}},
-    {"StructuralAttrNameFails", inEntry("<attr name=\"ChangeType\"><value>delete</value></attr>"),
+    {"StructuralAttrNameFails",
+     inEntry("<attr name=\"ChangeType\"><value>delete</value></attr>"),
      {GSLXDV_FAILED, {}}},
-    {"OddAttrNamesAreKept", inEntry("<attr name=\"a:b c\"><value>v</value></attr><attr name=\"dnQualifier\"/>"),
+    {"OddAttrNamesAreKept",
+     inEntry("<attr name=\"a:b c\"><value>v</value></attr><attr name=\"dnQualifier\"/>"),
      {GSLXDV_OK, {"cn=a|a:b c=v|dnQualifier="}}},
-    {"CallbackRefusalStopsTheDocument", inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"/><entry dn=\"cn=c\"/>"),
-     {GSLXDV_FAILED, {"cn=a", "cn=b"}}, 1},
+    {"CallbackRefusalStopsTheDocument",
+     inEntries("<entry dn=\"cn=a\"/><entry dn=\"cn=b\"/><entry dn=\"cn=c\"/>"),
+     {GSLXDV_FAILED, {"cn=a", "cn=b"}},
+     1},
     // Kept oddities. Of a value in pieces only the last is kept, and only the
     // first is decoded.
     {"Base64MarkIsClearedAfterTheFirstPiece",
-     inEntry("<attr name=\"d\"><value encoding=\"b\">QUJD<x/>REVG</value><value>a<y/>b<z>c</z>d</value></attr>"),
+     inEntry("<attr name=\"d\"><value "
+             "encoding=\"b\">QUJD<x/>REVG</value><value>a<y/>b<z>c</z>d</value></attr>"),
      {GSLXDV_OK, {"cn=a|d=REVG,d"}}},
     {"EmptyEncodedValueLeavesTheMarkForTheNextText",
-     inEntry("<attr name=\"d\"><value encoding=\"b\"/><value>QUJD</value><value>QUJD</value></attr>"),
+     inEntry(
+         "<attr name=\"d\"><value encoding=\"b\"/><value>QUJD</value><value>QUJD</value></attr>"),
      {GSLXDV_OK, {"cn=a|d=,ABC,QUJD"}}},
     // The skip of x ends at the inner </X>; the outer </x> then closes the
     // entry early. The skip's count stays above zero, so the next entry is
     // only counted, and the closing tags pop states until none is left.
     {"SkipEndsEarlyAtANestedElementOfTheSameName",
-     inEntries("<entry dn=\"cn=a\"><x><X/></x><entry dn=\"cn=b\"/><attr name=\"cn\"><value>v</value></attr></entry>"
+     inEntries("<entry dn=\"cn=a\"><x><X/></x><entry dn=\"cn=b\"/><attr "
+               "name=\"cn\"><value>v</value></attr></entry>"
                "<entry dn=\"cn=c\"/>"),
      {GSLXDV_FAILED, {"cn=a"}}},
 };
@@ -171,12 +188,14 @@ TEST(ReaderApiTest, OtherAcceptedKindsReadNothingAndSucceed) {
   Reader reader;
   const std::string path = reader.dir.write("doc.dsml", kAnnLee);
   EXPECT_EQ(reader.parse(path, GSLXDV_SOURCE_URI + 0x10000), kAnnLeeOutcome);  // low 16 bits only
-  for (uint32_t kind : {GSLXDV_SOURCE_NOT_READ_512, GSLXDV_SOURCE_NOT_READ_2048, GSLXDV_SOURCE_NOT_READ_4096}) {
+  for (uint32_t kind :
+       {GSLXDV_SOURCE_NOT_READ_512, GSLXDV_SOURCE_NOT_READ_2048, GSLXDV_SOURCE_NOT_READ_4096}) {
     EXPECT_EQ(reader.parse(path, kind), (Outcome{GSLXDV_OK, {}})) << kind;
   }
   EXPECT_EQ(reader.parse(path, 8), (Outcome{GSLXDV_UNKNOWN_KIND, {}}));
   EXPECT_EQ(reader.parse("/nonexistent.dsml"), (Outcome{GSLXDV_FAILED, {}}));
-  EXPECT_EQ(gslxdv1pParse(nullptr, GSLXDV_SOURCE_URI, reader.ctx, nullptr, nullptr), GSLXDV_NULL_ARG);
+  EXPECT_EQ(gslxdv1pParse(nullptr, GSLXDV_SOURCE_URI, reader.ctx, nullptr, nullptr),
+            GSLXDV_NULL_ARG);
   EXPECT_EQ(gslxdv1pParse("x", 8, nullptr, nullptr, nullptr), GSLXDV_NULL_ARG);
 }
 
@@ -245,23 +264,33 @@ TEST(ReaderMemoryTest, OnlyValuesCostMemoryAndOnlyWhileRead) {
   ASSERT_EQ(reader.parseInChunks(kAnnLee), kAnnLeeOutcome);  // buffers of a small document
   const size_t small = qtest::TestAllocator::peak;
   qtest::TestAllocator::peak = qtest::TestAllocator::bytes;
-  EXPECT_EQ(reader.parse(reader.dir.write("skipped.dsml", skipped)), (Outcome{GSLXDV_OK, {"cn=a|d=v"}}));
+  EXPECT_EQ(reader.parse(reader.dir.write("skipped.dsml", skipped)),
+            (Outcome{GSLXDV_OK, {"cn=a|d=v"}}));
   EXPECT_LT(qtest::TestAllocator::peak, small + (1u << 20)) << "skipped text was kept";
   const size_t before = qtest::TestAllocator::bytes;
-  EXPECT_EQ(reader.parse(reader.dir.write("long.dsml", inEntry("<attr name=\"d\"><value>" + text + "</value></attr>"))).status,
+  EXPECT_EQ(reader
+                .parse(reader.dir.write(
+                    "long.dsml", inEntry("<attr name=\"d\"><value>" + text + "</value></attr>")))
+                .status,
             GSLXDV_OK);
-  EXPECT_LT(qtest::TestAllocator::bytes, before + (64u << 10)) << "the long value's buffer was kept";
+  EXPECT_LT(qtest::TestAllocator::bytes, before + (64u << 10))
+      << "the long value's buffer was kept";
 }
 
 // ---- Allocation failures ----------------------------------------------------------
 
 const std::string kSample =
-    "<dsml:dsml xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:directory-schema><class><name>p</name></class>"
-    "</dsml:directory-schema><dsml:directory-entries><entry dn=\"cn=b\"><objectclass><oc-value>top</oc-value>"
-    "</objectclass><attr name=\"jpegPhoto\"><value encoding=\"base64\">AAEC/w==</value></attr><comment><attr "
-    "name=\"x\"/></comment><attr name=\"mail\"><value>b@ex</value><value>c@ex</value></attr></entry>"
+    "<dsml:dsml "
+    "xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:directory-schema><class><name>p</name></class>"
+    "</dsml:directory-schema><dsml:directory-entries><entry "
+    "dn=\"cn=b\"><objectclass><oc-value>top</oc-value>"
+    "</objectclass><attr name=\"jpegPhoto\"><value "
+    "encoding=\"base64\">AAEC/w==</value></attr><comment><attr "
+    "name=\"x\"/></comment><attr "
+    "name=\"mail\"><value>b@ex</value><value>c@ex</value></attr></entry>"
     "<entry dn=\"cn=c\"/></dsml:directory-entries></dsml:dsml>";
-const Outcome kSampleOutcome = {GSLXDV_OK, {"cn=b|objectclass=top|jpegPhoto=" + kBytes + "|mail=b@ex,c@ex", "cn=c"}};
+const Outcome kSampleOutcome = {
+    GSLXDV_OK, {"cn=b|objectclass=top|jpegPhoto=" + kBytes + "|mail=b@ex,c@ex", "cn=c"}};
 
 // Fails the Nth allocation for N = 0, 1, ... until the document is read
 // whole: every failing run reports 2, keeps nothing, and leaves the context

@@ -45,11 +45,12 @@ int characters(void *u, const char *bytes, uint32_t length) {
   return rec(u)->record("T:" + std::string(bytes, length));
 }
 
-constexpr xmlsaxcb kRecordingHandlers = {startDocument, endDocument, startElement, endElement,
-                                         characters, {}};
+constexpr xmlsaxcb kRecordingHandlers = {startDocument, endDocument, startElement,
+                                         endElement,    characters,  {}};
 
 xmlctx *newParser(Recorder *recorder, int *err = nullptr) {
-  return xmlinit(err, nullptr, nullptr, nullptr, &kRecordingHandlers, recorder, nullptr, nullptr, nullptr);
+  return xmlinit(err, nullptr, nullptr, nullptr, &kRecordingHandlers, recorder, nullptr, nullptr,
+                 nullptr);
 }
 
 // A temporary directory and a parser instance feeding a Recorder.
@@ -96,29 +97,50 @@ const DocumentCase kDocuments[] = {
     {"Prefixed",
      "<dsml:dsml xmlns:dsml=\"http://www.dsml.org/DSML\"><dsml:entry dsml:dn=\"cn=x\">v"
      "</dsml:entry></dsml:dsml>",
-     XMLIF_OK, {"S", "<dsml>", "<entry dn=cn=x>", "T:v", "</entry>", "</dsml>", "E"}},
-    {"NamespaceDeclarationsAreNotAttributes", "<a xmlns=\"u\" k1=\"1\" xmlns:p=\"v\" p:k2=\"2\"/>",
-     XMLIF_OK, {"S", "<a k1=1 k2=2>", "</a>", "E"}},
+     XMLIF_OK,
+     {"S", "<dsml>", "<entry dn=cn=x>", "T:v", "</entry>", "</dsml>", "E"}},
+    {"NamespaceDeclarationsAreNotAttributes",
+     "<a xmlns=\"u\" k1=\"1\" xmlns:p=\"v\" p:k2=\"2\"/>",
+     XMLIF_OK,
+     {"S", "<a k1=1 k2=2>", "</a>", "E"}},
     {"TextSplitByReferencesAndCdataArrivesWhole",
-     "<v>a&amp;b&#x41;<![CDATA[<c>]]>d&lt;<!--x-->e<?pi z?>f</v>", XMLIF_OK,
+     "<v>a&amp;b&#x41;<![CDATA[<c>]]>d&lt;<!--x-->e<?pi z?>f</v>",
+     XMLIF_OK,
      {"S", "<v>", "T:a&bA<c>d<ef", "</v>", "E"}},
-    {"InternalEntityIsExpanded", "<!DOCTYPE v [<!ENTITY e \"one&amp;two\">]><v>[&e;]</v>",
-     XMLIF_OK, {"S", "<v>", "T:[one&two]", "</v>", "E"}},
-    {"LongTextArrivesWhole", "<v>" + kLongText + "</v>", XMLIF_OK,
+    {"InternalEntityIsExpanded",
+     "<!DOCTYPE v [<!ENTITY e \"one&amp;two\">]><v>[&e;]</v>",
+     XMLIF_OK,
+     {"S", "<v>", "T:[one&two]", "</v>", "E"}},
+    {"LongTextArrivesWhole",
+     "<v>" + kLongText + "</v>",
+     XMLIF_OK,
      {"S", "<v>", "T:" + kLongText, "</v>", "E"}},
-    {"TextIsFlushedBeforeEachTag", "<?xml version=\"1.0\"?>\n<a x=\"1\" y='2'>\n <b/>x<c>y</c>\n</a>", XMLIF_OK,
-     {"S", "<a x=1 y=2>", "T:\n ", "<b>", "</b>", "T:x", "<c>", "T:y", "</c>", "T:\n", "</a>", "E"}},
-    {"EncodingArgumentOverridesTheDeclaration", "<?xml version=\"1.0\" encoding=\"UTF-8\"?><a>\xe9</a>",
-     XMLIF_OK, {"S", "<a>", "T:\xc3\xa9", "</a>", "E"}, "ISO-8859-1"},
-    {"MalformedFailsAfterEarlierEvents", "<a><b>x</b><c>y</a>", XMLIF_NOT_WELL_FORMED,
+    {"TextIsFlushedBeforeEachTag",
+     "<?xml version=\"1.0\"?>\n<a x=\"1\" y='2'>\n <b/>x<c>y</c>\n</a>",
+     XMLIF_OK,
+     {"S", "<a x=1 y=2>", "T:\n ", "<b>", "</b>", "T:x", "<c>", "T:y", "</c>", "T:\n", "</a>",
+      "E"}},
+    {"EncodingArgumentOverridesTheDeclaration",
+     "<?xml version=\"1.0\" encoding=\"UTF-8\"?><a>\xe9</a>",
+     XMLIF_OK,
+     {"S", "<a>", "T:\xc3\xa9", "</a>", "E"},
+     "ISO-8859-1"},
+    {"MalformedFailsAfterEarlierEvents",
+     "<a><b>x</b><c>y</a>",
+     XMLIF_NOT_WELL_FORMED,
      {"S", "<a>", "<b>", "T:x", "</b>", "<c>"}},
     {"EmptyDocument", "", XMLIF_NOT_WELL_FORMED, {"S"}},
     {"ExternalEntityIsNotLoaded",
-     "<!DOCTYPE a [<!ENTITY e SYSTEM \"@SECRET@\">]><a>pre&e;</a>", XMLIF_ENTITY_REFUSED,
+     "<!DOCTYPE a [<!ENTITY e SYSTEM \"@SECRET@\">]><a>pre&e;</a>",
+     XMLIF_ENTITY_REFUSED,
      {"S", "<a>"}},
-    {"ExternalDtdIsNotLoaded", "<!DOCTYPE a SYSTEM \"@SECRET@\"><a>ok</a>", XMLIF_OK,
+    {"ExternalDtdIsNotLoaded",
+     "<!DOCTYPE a SYSTEM \"@SECRET@\"><a>ok</a>",
+     XMLIF_OK,
      {"S", "<a>", "T:ok", "</a>", "E"}},
-    {"EntityOfUnreadDtdFails", "<!DOCTYPE a SYSTEM \"@SECRET@\"><a>&e;</a>", XMLIF_ENTITY_REFUSED,
+    {"EntityOfUnreadDtdFails",
+     "<!DOCTYPE a SYSTEM \"@SECRET@\"><a>&e;</a>",
+     XMLIF_ENTITY_REFUSED,
      {"S", "<a>"}},
     {"BillionLaughsIsRefused", billionLaughs(), XMLIF_ENTITY_REFUSED, {"S", "<lolz>"}},
 };
@@ -138,13 +160,13 @@ TEST_P(DocumentTest, DeliversTheExpectedEvents) {
   EXPECT_EQ(recorder_.events, c.events);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    AllChunkSizes, DocumentTest,
-    ::testing::Combine(::testing::ValuesIn(kDocuments), ::testing::ValuesIn(kChunkSizes)),
-    [](const auto &info) {
-      return std::string(std::get<0>(info.param).name) + "_chunk" +
-             std::to_string(std::get<1>(info.param));
-    });
+INSTANTIATE_TEST_SUITE_P(AllChunkSizes, DocumentTest,
+                         ::testing::Combine(::testing::ValuesIn(kDocuments),
+                                            ::testing::ValuesIn(kChunkSizes)),
+                         [](const auto &info) {
+                           return std::string(std::get<0>(info.param).name) + "_chunk" +
+                                  std::to_string(std::get<1>(info.param));
+                         });
 
 struct SourceCase {
   const char *name;
@@ -175,9 +197,11 @@ class SourceTest : public XmlFixture, public ::testing::TestWithParam<SourceCase
 TEST_P(SourceTest, ReadsLocalFilesOnly) {
   dir_.write("a b.xml", "<a/>");
   std::string source = GetParam().source;
-  if (const size_t at = source.find("@DIR@"); at != std::string::npos) source.replace(at, 5, dir_.path());
+  if (const size_t at = source.find("@DIR@"); at != std::string::npos)
+    source.replace(at, 5, dir_.path());
   EXPECT_EQ(parse(source), GetParam().status) << source;
-  EXPECT_EQ(recorder_.events, GetParam().status == XMLIF_OK ? (Events{"S", "<a>", "</a>", "E"}) : Events{});
+  EXPECT_EQ(recorder_.events,
+            GetParam().status == XMLIF_OK ? (Events{"S", "<a>", "</a>", "E"}) : Events{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Sources, SourceTest, ::testing::ValuesIn(kSources),
@@ -206,7 +230,8 @@ TEST_F(XmlApiTest, HandlerFailureStopsAtOnceAndInstanceStaysUsable) {
     const Events all = recorder_.events;
     for (size_t i = 0; i < all.size(); ++i) {
       recorder_.fail_at = i;
-      EXPECT_EQ(parse(path), XMLIF_HANDLER_FAILED) << "failing at " << all[i] << ", chunk size " << chunk;
+      EXPECT_EQ(parse(path), XMLIF_HANDLER_FAILED)
+          << "failing at " << all[i] << ", chunk size " << chunk;
       EXPECT_EQ(recorder_.events, Events(all.begin(), all.begin() + static_cast<long>(i) + 1));
     }
     recorder_.fail_at = kNeverFail;
@@ -224,7 +249,8 @@ TEST_F(XmlApiTest, ParseFromAHandlerIsRefusedAsBusy) {
   const xmlsaxcb handlers = {reenter, nullptr, nullptr, nullptr, nullptr, {}};
   int inner = -1;
   int err = -1;
-  g_reentered = xmlinit(&err, nullptr, nullptr, nullptr, &handlers, &inner, nullptr, nullptr, nullptr);
+  g_reentered =
+      xmlinit(&err, nullptr, nullptr, nullptr, &handlers, &inner, nullptr, nullptr, nullptr);
   ASSERT_NE(g_reentered, nullptr);
   EXPECT_EQ(err, XMLIF_OK);
   EXPECT_EQ(xmlparse(g_reentered, dir_.write("d.xml", "<a/>").c_str(), nullptr, 0), XMLIF_OK);
@@ -236,8 +262,9 @@ TEST_F(XmlApiTest, ParseFromAHandlerIsRefusedAsBusy) {
 // the parse succeeds: each failure is reported as such and leaves nothing
 // allocated, and the run that succeeds reports what a plain run does.
 TEST_F(XmlApiTest, EveryAllocationFailureIsReportedAndLeaksNothing) {
-  const std::string path = dir_.write(
-      "d.xml", "<!DOCTYPE a [<!ENTITY e 'ee'>]><p:a xmlns:p='u' p:k='v'>" + kLongText + "&e;<b/></p:a>");
+  const std::string path =
+      dir_.write("d.xml", "<!DOCTYPE a [<!ENTITY e 'ee'>]><p:a xmlns:p='u' p:k='v'>" + kLongText +
+                              "&e;<b/></p:a>");
   xmlSetChunkSizeForTesting(7);
   ASSERT_EQ(parse(path), XMLIF_OK);
   const Events all = recorder_.events;
@@ -250,7 +277,8 @@ TEST_F(XmlApiTest, EveryAllocationFailureIsReportedAndLeaksNothing) {
     xmlctx *x = newParser(&recorder_, &err);
     recorder_.events.clear();
     status = x != nullptr ? xmlparse(x, path.c_str(), nullptr, XMLIF_READER_FLAGS) : err;
-    EXPECT_TRUE(status == XMLIF_OK || status == XMLIF_NO_MEMORY) << status << " at allocation " << n;
+    EXPECT_TRUE(status == XMLIF_OK || status == XMLIF_NO_MEMORY)
+        << status << " at allocation " << n;
     xmlterm(x);
     EXPECT_EQ(qtest::TestAllocator::live, 0) << "allocation " << n;
   }

@@ -26,7 +26,8 @@ struct World {
   World() {
     EXPECT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a", &entry), GSLCLE_OK);
     EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "cn", GSLCLE_VALUES_TEXT, &text), GSLCLE_OK);
-    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "photo", GSLCLE_VALUES_BINARY, &binary), GSLCLE_OK);
+    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "photo", GSLCLE_VALUES_BINARY, &binary),
+              GSLCLE_OK);
   }
   ~World() {
     gslcledeDestroyLDAPEntry(nullptr, entry);
@@ -49,27 +50,89 @@ struct StatusCase {
 };
 
 const StatusCase kStatusCases[] = {
-    {"NullDn", [](World &) { LDAPEntry *e; return gslcleceCreateLDAPEntry(nullptr, nullptr, &e); }, GSLCLE_NULL_ARG},
+    {"NullDn",
+     [](World &) {
+       LDAPEntry *e;
+       return gslcleceCreateLDAPEntry(nullptr, nullptr, &e);
+     },
+     GSLCLE_NULL_ARG},
     {"ChangeTypeZero", [](World &w) { return w.type(0); }, GSLCLE_BAD_CHANGE_TYPE},
-    {"AttrChangeTypeFour", [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 4); }, GSLCLE_BAD_CHANGE_TYPE},
-    {"AttrChangeTypeEight", [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 8); }, GSLCLE_BAD_CHANGE_TYPE},
-    {"AddToDeleteEntry", [](World &w) { w.type(GSLCLE_CHANGE_DELETE); return w.add(w.text); }, GSLCLE_NOT_APPLICABLE},
-    {"AddToModrdnEntry", [](World &w) { w.type(GSLCLE_CHANGE_MODRDN); return w.add(w.text); }, GSLCLE_NOT_APPLICABLE},
-    {"AddToModifyEntry", [](World &w) { w.type(GSLCLE_CHANGE_MODIFY); return w.add(w.text); }, GSLCLE_OK},
-    {"KindOne", [](World &) { LDAPAttribute *a; return gslcleclaCreateLDAPAttribute(nullptr, "", 1, &a); }, GSLCLE_BAD_VALUE_KIND},
-    {"EmptyName", [](World &) { LDAPAttribute *a; return gslcleclaCreateLDAPAttribute(nullptr, "", 128, &a); }, GSLCLE_EMPTY_NAME},
-    {"StringToKind128", [](World &w) { return gslcleavAddAttrValue(nullptr, w.binary, "v"); }, GSLCLE_NOT_APPLICABLE},
-    {"BerValToKind0", [](World &w) { return gslcleabvAddAttrBValue(nullptr, w.text, &kAb); }, GSLCLE_NOT_APPLICABLE},
-    {"StringsOfKind128", [](World &w) { char **v; return gslclegavGetAttrValues(nullptr, w.binary, &v); }, GSLCLE_NOT_APPLICABLE},
-    {"NewRdnOfAddEntry", [](World &w) { char *s; return gslclegnGetNewRDN(nullptr, w.entry, &s); }, GSLCLE_NOT_APPLICABLE},
-    {"NullNewRdnBeforeType", [](World &w) { return gslclesnSetNewRDN(nullptr, w.entry, nullptr); }, GSLCLE_NULL_ARG},
-    {"NullSuperiorAccepted", [](World &w) { w.type(GSLCLE_CHANGE_MODRDN); return gslclesnsSetNewSuperior(nullptr, w.entry, nullptr); }, GSLCLE_OK},
-    {"OldRdnOfModifyEntry", [](World &w) { w.type(GSLCLE_CHANGE_MODIFY); return gslclesdoSetDeleteOldRdn(nullptr, w.entry, 1); }, GSLCLE_NOT_APPLICABLE},
-    {"DestAttrNull", [](World &) { return gslcledaDestLDAPAttr(nullptr, nullptr); }, GSLCLE_NULL_ARG},
-    {"CompareNull", [](World &w) { return gslcleAttrNameCmpCBF(nullptr, w.text, nullptr); }, GSLCLE_CMP_NULL_ARG},
+    {"AttrChangeTypeFour", [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 4); },
+     GSLCLE_BAD_CHANGE_TYPE},
+    {"AttrChangeTypeEight",
+     [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 8); },
+     GSLCLE_BAD_CHANGE_TYPE},
+    {"AddToDeleteEntry",
+     [](World &w) {
+       w.type(GSLCLE_CHANGE_DELETE);
+       return w.add(w.text);
+     },
+     GSLCLE_NOT_APPLICABLE},
+    {"AddToModrdnEntry",
+     [](World &w) {
+       w.type(GSLCLE_CHANGE_MODRDN);
+       return w.add(w.text);
+     },
+     GSLCLE_NOT_APPLICABLE},
+    {"AddToModifyEntry",
+     [](World &w) {
+       w.type(GSLCLE_CHANGE_MODIFY);
+       return w.add(w.text);
+     },
+     GSLCLE_OK},
+    {"KindOne",
+     [](World &) {
+       LDAPAttribute *a;
+       return gslcleclaCreateLDAPAttribute(nullptr, "", 1, &a);
+     },
+     GSLCLE_BAD_VALUE_KIND},
+    {"EmptyName",
+     [](World &) {
+       LDAPAttribute *a;
+       return gslcleclaCreateLDAPAttribute(nullptr, "", 128, &a);
+     },
+     GSLCLE_EMPTY_NAME},
+    {"StringToKind128", [](World &w) { return gslcleavAddAttrValue(nullptr, w.binary, "v"); },
+     GSLCLE_NOT_APPLICABLE},
+    {"BerValToKind0", [](World &w) { return gslcleabvAddAttrBValue(nullptr, w.text, &kAb); },
+     GSLCLE_NOT_APPLICABLE},
+    {"StringsOfKind128",
+     [](World &w) {
+       char **v;
+       return gslclegavGetAttrValues(nullptr, w.binary, &v);
+     },
+     GSLCLE_NOT_APPLICABLE},
+    {"NewRdnOfAddEntry",
+     [](World &w) {
+       char *s;
+       return gslclegnGetNewRDN(nullptr, w.entry, &s);
+     },
+     GSLCLE_NOT_APPLICABLE},
+    {"NullNewRdnBeforeType", [](World &w) { return gslclesnSetNewRDN(nullptr, w.entry, nullptr); },
+     GSLCLE_NULL_ARG},
+    {"NullSuperiorAccepted",
+     [](World &w) {
+       w.type(GSLCLE_CHANGE_MODRDN);
+       return gslclesnsSetNewSuperior(nullptr, w.entry, nullptr);
+     },
+     GSLCLE_OK},
+    {"OldRdnOfModifyEntry",
+     [](World &w) {
+       w.type(GSLCLE_CHANGE_MODIFY);
+       return gslclesdoSetDeleteOldRdn(nullptr, w.entry, 1);
+     },
+     GSLCLE_NOT_APPLICABLE},
+    {"DestAttrNull", [](World &) { return gslcledaDestLDAPAttr(nullptr, nullptr); },
+     GSLCLE_NULL_ARG},
+    {"CompareNull", [](World &w) { return gslcleAttrNameCmpCBF(nullptr, w.text, nullptr); },
+     GSLCLE_CMP_NULL_ARG},
     // Without a core context nothing else is looked at.
-    {"NoContextCreate", [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, nullptr, nullptr); }, GSLCLE_NO_CONTEXT},
-    {"NoContextAdd", [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); }, GSLCLE_NO_CONTEXT},
+    {"NoContextCreate",
+     [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, nullptr, nullptr); },
+     GSLCLE_NO_CONTEXT},
+    {"NoContextAdd",
+     [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); },
+     GSLCLE_NO_CONTEXT},
 };
 
 void PrintTo(const StatusCase &c, std::ostream *os) { *os << c.name; }
@@ -124,7 +187,8 @@ TEST(EntryTest, AttributesKeepOrderAndAreFoundIgnoringCase) {
   ASSERT_EQ(w.add(w.binary), GSLCLE_OK);
   EXPECT_EQ(w.entry->attributes->head, text);
   EXPECT_EQ(text->next, w.entry->attributes->tail);
-  const std::pair<const char *, const char *> lookups[] = {{"CN", "cn"}, {"Photo", "photo"}, {"c", nullptr}};
+  const std::pair<const char *, const char *> lookups[] = {
+      {"CN", "cn"}, {"Photo", "photo"}, {"c", nullptr}};
   for (const auto &[key, name] : lookups) {
     ASSERT_EQ(gslcleganGetAttributeByName(nullptr, w.entry, key, &found), GSLCLE_OK);
     EXPECT_STREQ(found != nullptr ? found->name : nullptr, name) << key;
@@ -155,17 +219,20 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
   }
   constexpr uint32_t kSlot = sizeof(void *);
   EXPECT_EQ(qtest::TestAllocator::reallocations,
-            (std::vector<std::pair<uint32_t, uint32_t>>{{5 * kSlot, 0}, {10 * kSlot, 5 * kSlot}, {15 * kSlot, 10 * kSlot}}));
+            (std::vector<std::pair<uint32_t, uint32_t>>{
+                {5 * kSlot, 0}, {10 * kSlot, 5 * kSlot}, {15 * kSlot, 10 * kSlot}}));
   BERVal **values = nullptr;
   ASSERT_EQ(gslclegabvGetAttrBValues(nullptr, a, &values), GSLCLE_OK);
-  for (size_t i = 0; i < want.size(); ++i) EXPECT_EQ(std::string(values[i]->bytes, values[i]->length), want[i]);
+  for (size_t i = 0; i < want.size(); ++i)
+    EXPECT_EQ(std::string(values[i]->bytes, values[i]->length), want[i]);
   EXPECT_EQ(values[want.size()], nullptr);
   gslcleBERValsFree(nullptr, values);
   gslcledaDestroyLDAPAttribute(nullptr, a);
   EXPECT_EQ(qtest::TestAllocator::live, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest, ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
+INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest,
+                         ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
 
 // A record and what it alone owns (an entry's DN, an attribute's name, a
 // counted value's bytes) share one block; the values array and the
@@ -175,7 +242,8 @@ TEST(EntryBlocks, OneBlockPerEntryAttributeAndValue) {
   LDAPEntry *e = nullptr;
   LDAPAttribute *a = nullptr;
   ASSERT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a,o=ex", &e), GSLCLE_OK);
-  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "description", GSLCLE_VALUES_BINARY, &a), GSLCLE_OK);
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "description", GSLCLE_VALUES_BINARY, &a),
+            GSLCLE_OK);
   EXPECT_EQ(qtest::TestAllocator::calls, 2u);
   const BERVal values[] = {kAb, {0, nullptr}, {3, const_cast<char *>("a\0b")}, kAb, kAb, kAb, kAb};
   for (const BERVal &v : values) ASSERT_EQ(gslcleabvAddAttrBValue(nullptr, a, &v), GSLCLE_OK);
@@ -215,12 +283,14 @@ int buildAndRead() {
     LDAPAttribute *a = nullptr;
     if (st == GSLCLE_OK) st = gslcleclaCreateLDAPAttribute(nullptr, "cn", kind, &a);
     for (int i = 0; st == GSLCLE_OK && i < 6; ++i) {
-      st = kind == GSLCLE_VALUES_TEXT ? gslcleavAddAttrValue(nullptr, a, "v") : gslcleabvAddAttrBValue(nullptr, a, &kAb);
+      st = kind == GSLCLE_VALUES_TEXT ? gslcleavAddAttrValue(nullptr, a, "v")
+                                      : gslcleabvAddAttrBValue(nullptr, a, &kAb);
     }
     BERVal **values = nullptr;
     char **strings = nullptr;
     if (st == GSLCLE_OK) st = gslclegabvGetAttrBValues(nullptr, a, &values);
-    if (st == GSLCLE_OK && kind == GSLCLE_VALUES_TEXT) st = gslclegavGetAttrValues(nullptr, a, &strings);
+    if (st == GSLCLE_OK && kind == GSLCLE_VALUES_TEXT)
+      st = gslclegavGetAttrValues(nullptr, a, &strings);
     gslcleBERValsFree(nullptr, values);
     gslcleValsFree(nullptr, strings);
     if (st == GSLCLE_OK) st = gslcleaaAddLDAPAttribute(nullptr, entry, a);

@@ -15,7 +15,8 @@
 namespace {
 
 std::string lineOf(const std::string &type, const std::string &value) {
-  char *text = gsldlDLdifTypeAndValue(type.c_str(), value.data(), static_cast<uint32_t>(value.size()));
+  char *text =
+      gsldlDLdifTypeAndValue(type.c_str(), value.data(), static_cast<uint32_t>(value.size()));
   EXPECT_NE(text, nullptr);
   std::string s = text != nullptr ? text : "";
   gslumfFree(nullptr, text);
@@ -37,11 +38,16 @@ const LineCase kLines[] = {
     {"LeadingTab", "cn", "\tx", "cn:: CXg=\n"},
     {"NulAfterAnOffendingByteIsBase64", "cn", std::string("a\x01\0", 3), "cn:: YQEA\n"},
     {"HighByteFirst", "x", std::string("\x80", 1) + "oobar", "x:: gG9vYmFy\n"},
-    {"ControlByteInsideAWordOfText", "cn", "abc\x01" "defg", "cn:: YWJjAWRlZmc=\n"},
+    {"ControlByteInsideAWordOfText", "cn",
+     "abc\x01"
+     "defg",
+     "cn:: YWJjAWRlZmc=\n"},
     // Exactly filling the first line does not start an empty continuation.
     {"FirstLineHolds78", "cn", std::string(74, 'x'), "cn: " + std::string(74, 'x') + "\n"},
-    {"The79thCharacterContinues", "cn", std::string(75, 'x'), "cn: " + std::string(74, 'x') + "\n x\n"},
-    {"ALongTypeFoldsBeforeTheFirstCharacter", std::string(76, 't'), "ab", std::string(76, 't') + ": \n ab\n"},
+    {"The79thCharacterContinues", "cn", std::string(75, 'x'),
+     "cn: " + std::string(74, 'x') + "\n x\n"},
+    {"ALongTypeFoldsBeforeTheFirstCharacter", std::string(76, 't'), "ab",
+     std::string(76, 't') + ": \n ab\n"},
     {"ATypeOf75FoldsAfterIt", std::string(75, 't'), "ab", std::string(75, 't') + ": a\n b\n"},
 };
 
@@ -112,7 +118,9 @@ struct BinaryCase {
   int32_t expected;
 };
 
-void PrintTo(const BinaryCase &c, std::ostream *os) { *os << (c.type != nullptr ? c.type : "(null)"); }
+void PrintTo(const BinaryCase &c, std::ostream *os) {
+  *os << (c.type != nullptr ? c.type : "(null)");
+}
 
 class BinaryTest : public ::testing::TestWithParam<BinaryCase> {};
 
@@ -120,17 +128,20 @@ TEST_P(BinaryTest, Classifies) { EXPECT_EQ(gsldlEIsBinary(GetParam().type), GetP
 
 // Every binary type by its documented spelling, so that a name misspelt in
 // the list is caught.
-INSTANTIATE_TEST_SUITE_P(
-    Names, BinaryTest,
-    ::testing::Values(BinaryCase{"photo", GSLDL_BINARY}, BinaryCase{"personalSignature", GSLDL_BINARY},
-                      BinaryCase{"audio", GSLDL_BINARY}, BinaryCase{"jpegPhoto", GSLDL_BINARY},
-                      BinaryCase{"javaSerializedObject", GSLDL_BINARY},
-                      BinaryCase{"thumbnailPhoto", GSLDL_BINARY}, BinaryCase{"thumbnailLogo", GSLDL_BINARY},
-                      BinaryCase{"userCertificate", GSLDL_BINARY}, BinaryCase{"cACertificate", GSLDL_BINARY},
-                      BinaryCase{"authorityRevocationList", GSLDL_BINARY},
-                      BinaryCase{"certificateRevocationList", GSLDL_BINARY},
-                      BinaryCase{"crossCertificatePair", GSLDL_BINARY},
-                      BinaryCase{"x500UniqueIdentifier", GSLDL_BINARY}));
+INSTANTIATE_TEST_SUITE_P(Names, BinaryTest,
+                         ::testing::Values(BinaryCase{"photo", GSLDL_BINARY},
+                                           BinaryCase{"personalSignature", GSLDL_BINARY},
+                                           BinaryCase{"audio", GSLDL_BINARY},
+                                           BinaryCase{"jpegPhoto", GSLDL_BINARY},
+                                           BinaryCase{"javaSerializedObject", GSLDL_BINARY},
+                                           BinaryCase{"thumbnailPhoto", GSLDL_BINARY},
+                                           BinaryCase{"thumbnailLogo", GSLDL_BINARY},
+                                           BinaryCase{"userCertificate", GSLDL_BINARY},
+                                           BinaryCase{"cACertificate", GSLDL_BINARY},
+                                           BinaryCase{"authorityRevocationList", GSLDL_BINARY},
+                                           BinaryCase{"certificateRevocationList", GSLDL_BINARY},
+                                           BinaryCase{"crossCertificatePair", GSLDL_BINARY},
+                                           BinaryCase{"x500UniqueIdentifier", GSLDL_BINARY}));
 
 INSTANTIATE_TEST_SUITE_P(
     Forms, BinaryTest,
@@ -143,7 +154,6 @@ INSTANTIATE_TEST_SUITE_P(
                       BinaryCase{"x;binary;binary", GSLDL_NOT_BINARY},
                       BinaryCase{"jpegPhoto;lang-en", GSLDL_NOT_BINARY},
                       BinaryCase{"", GSLDL_NOT_BINARY}, BinaryCase{nullptr, GSLDL_NOT_BINARY}));
-
 
 // ---- Folding against the line rules applied one character at a time.
 
@@ -165,7 +175,8 @@ void appendFolded(std::string &line, size_t *column, const std::string &s) {
 // characters overwritten with "=", an "=" meant for the space that opens a
 // continuation line going to the character before that line's newline.
 std::string ruleBase64Line(const std::string &type, const std::string &value) {
-  std::vector<char> digits(gsluztvb64gol(static_cast<uint32_t>(value.size()), GSLUZTV_B64_SIZE_ENCODE));
+  std::vector<char> digits(
+      gsluztvb64gol(static_cast<uint32_t>(value.size()), GSLUZTV_B64_SIZE_ENCODE));
   const uint32_t n = gsluztvb64ecr(value.data(), static_cast<uint32_t>(value.size()), digits.data(),
                                    GSLUZTV_B64_LINE_NEVER);
   std::string text(digits.data(), n);
@@ -205,8 +216,9 @@ TEST_P(FoldRules, EveryTypeAndValueLengthFoldsAsTheRulesSay) {
     const std::string type(t, 't');
     for (size_t n = 0; n <= 240; ++n) {
       std::string value(n, 'v');
-      for (size_t i = 0; i < n; ++i) value[i] = static_cast<char>(GetParam().base64 ? 0x80 + i * 7 : 'a' + i % 26);
-      const std::string expected = n == 0 ? type + ": \n"
+      for (size_t i = 0; i < n; ++i)
+        value[i] = static_cast<char>(GetParam().base64 ? 0x80 + i * 7 : 'a' + i % 26);
+      const std::string expected = n == 0              ? type + ": \n"
                                    : GetParam().base64 ? ruleBase64Line(type, value)
                                                        : rulePlainLine(type, value);
       ASSERT_EQ(lineOf(type, value), expected) << "type length " << t << ", value length " << n;
@@ -214,7 +226,8 @@ TEST_P(FoldRules, EveryTypeAndValueLengthFoldsAsTheRulesSay) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Forms, FoldRules, ::testing::Values(FoldCase{"Plain", false}, FoldCase{"Base64", true}),
+INSTANTIATE_TEST_SUITE_P(Forms, FoldRules,
+                         ::testing::Values(FoldCase{"Plain", false}, FoldCase{"Base64", true}),
                          [](const auto &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -32,7 +32,8 @@ LDAPEntry *makeEntry(const char *dn, int change_type, const std::vector<AttrSpec
   }
   for (const AttrSpec &spec : attrs) {
     LDAPAttribute *a = nullptr;
-    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, spec.name, GSLCLE_VALUES_BINARY, &a), GSLCLE_OK);
+    EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, spec.name, GSLCLE_VALUES_BINARY, &a),
+              GSLCLE_OK);
     EXPECT_EQ(gslclegastSetAttrChangeType(nullptr, a, spec.change_type), GSLCLE_OK);
     for (const std::string &v : spec.values) {
       BERVal bv{v.size(), const_cast<char *>(v.data())};
@@ -68,22 +69,37 @@ struct RecordCase {
 void PrintTo(const RecordCase &c, std::ostream *os) { *os << c.name; }
 
 const RecordCase kRecords[] = {
-    {"Content", 0,
-     {{"objectclass", kAdd, {"person", "top"}}, {"cn", kAdd, {"Ann Lee"}}, {"description", kAdd, {}}},
+    {"Content",
+     0,
+     {{"objectclass", kAdd, {"person", "top"}},
+      {"cn", kAdd, {"Ann Lee"}},
+      {"description", kAdd, {}}},
      "dn: cn=Ann Lee,o=ex\nobjectclass: person\nobjectclass: top\ncn: Ann Lee\ndescription: \n"},
     {"ContentWithoutAttributes", 0, {}, "dn: cn=Ann Lee,o=ex\n"},
-    {"Modify", GSLCLE_CHANGE_MODIFY,
-     {{"title", kReplace, {"Engineer"}}, {"telephonenumber", kDelete, {}}, {"description", kAdd, {"hi"}}},
+    {"Modify",
+     GSLCLE_CHANGE_MODIFY,
+     {{"title", kReplace, {"Engineer"}},
+      {"telephonenumber", kDelete, {}},
+      {"description", kAdd, {"hi"}}},
      "dn: cn=Ann Lee,o=ex\nchangetype: modify\nreplace: title\ntitle: Engineer\n-\n"
      "delete: telephonenumber\n-\nadd: description\ndescription: hi\n"},
-    {"ModifyWithOneAttributeHasNoDashLine", GSLCLE_CHANGE_MODIFY, {{"title", kReplace, {}}},
+    {"ModifyWithOneAttributeHasNoDashLine",
+     GSLCLE_CHANGE_MODIFY,
+     {{"title", kReplace, {}}},
      "dn: cn=Ann Lee,o=ex\nchangetype: modify\nreplace: title\n"},
     {"ModifyWithoutAttributesIsTheDnLineAlone", GSLCLE_CHANGE_MODIFY, {}, "dn: cn=Ann Lee,o=ex\n"},
-    {"ExplicitAdd", GSLCLE_CHANGE_ADD, {{"cn", kAdd, {"Ann Lee"}}, {"sn", kAdd, {"Lee"}}},
+    {"ExplicitAdd",
+     GSLCLE_CHANGE_ADD,
+     {{"cn", kAdd, {"Ann Lee"}}, {"sn", kAdd, {"Lee"}}},
      "dn: cn=Ann Lee,o=ex\nchangetype: add\nadd: cn\ncn: Ann Lee\n-\nadd: sn\nsn: Lee\n"},
-    {"ExplicitAddWithoutAttributesIsTheDnLineAlone", GSLCLE_CHANGE_ADD, {}, "dn: cn=Ann Lee,o=ex\n"},
+    {"ExplicitAddWithoutAttributesIsTheDnLineAlone",
+     GSLCLE_CHANGE_ADD,
+     {},
+     "dn: cn=Ann Lee,o=ex\n"},
     {"Delete", GSLCLE_CHANGE_DELETE, {}, "dn: cn=Ann Lee,o=ex\nchangetype: delete\n"},
-    {"ValuesAreEncodedInEveryRecord", GSLCLE_CHANGE_MODIFY, {{"cn", kAdd, {" lead"}}},
+    {"ValuesAreEncodedInEveryRecord",
+     GSLCLE_CHANGE_MODIFY,
+     {{"cn", kAdd, {" lead"}}},
      "dn: cn=Ann Lee,o=ex\nchangetype: modify\nadd: cn\ncn:: IGxlYWQ=\n"},
 };
 
@@ -156,7 +172,8 @@ TEST_P(NameTest, RefusesOnlyNamesThatChangeTheRecordStructure) {
   const NameCase &c = GetParam();
   EXPECT_EQ(gslclecnCheckAttrName(c.name), c.expected);
   for (int change_type : {0, static_cast<int>(GSLCLE_CHANGE_MODIFY)}) {
-    LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", change_type, {{"sn", kAdd, {"Lee"}}, {c.name, kAdd, {"v"}}});
+    LDAPEntry *e =
+        makeEntry("cn=Ann Lee,o=ex", change_type, {{"sn", kAdd, {"Lee"}}, {c.name, kAdd, {"v"}}});
     char *text = reinterpret_cast<char *>(1);
     EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), c.expected);
     EXPECT_EQ(text == nullptr, c.expected != GSLCLEGAL_OK);
@@ -173,7 +190,8 @@ INSTANTIATE_TEST_SUITE_P(Names, NameTest, ::testing::ValuesIn(kNames));
 // The verdict on a name is taken when the attribute is created; a record
 // given another name afterwards has that name checked as it stands.
 TEST(NameTest, ANameReplacedAfterCreationIsCheckedAsItStands) {
-  const std::pair<const char *, const char *> swaps[] = {{"cn", "dn"}, {"dn", "cn"}, {"cn", "c\nn"}};
+  const std::pair<const char *, const char *> swaps[] = {
+      {"cn", "dn"}, {"dn", "cn"}, {"cn", "c\nn"}};
   for (const auto &[created, replaced] : swaps) {
     LDAPEntry *e = makeEntry("o=ex", 0, {{created, kAdd, {"v"}}});
     auto *a = static_cast<LDAPAttribute *>(e->attributes->head);
@@ -235,13 +253,15 @@ TEST(AttributeText, HeaderAndEmptyForms) {
 }
 
 TEST(RecordBlock, IsOneBlockOfExactlyItsSize) {
-  LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", 0,
-                           {{"cn", kAdd, {"Ann Lee", std::string(300, 'x')}}, {"jpegPhoto", kAdd, {"\xff\xd8"}}});
+  LDAPEntry *e = makeEntry(
+      "cn=Ann Lee,o=ex", 0,
+      {{"cn", kAdd, {"Ann Lee", std::string(300, 'x')}}, {"jpegPhoto", kAdd, {"\xff\xd8"}}});
   {
     qtest::TestAllocator::Scope allocator;
     char *text = nullptr;
     ASSERT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), GSLCLEGAL_OK);
-    EXPECT_EQ(qtest::TestAllocator::sizes, (std::vector<uint32_t>{static_cast<uint32_t>(std::strlen(text) + 1)}));
+    EXPECT_EQ(qtest::TestAllocator::sizes,
+              (std::vector<uint32_t>{static_cast<uint32_t>(std::strlen(text) + 1)}));
     gslumfFree(nullptr, text);
     qtest::TestAllocator::budget = 0;  // a failed allocation is reported, not a cut text
     text = reinterpret_cast<char *>(1);
@@ -255,12 +275,18 @@ TEST(RecordBlock, IsOneBlockOfExactlyItsSize) {
 // Values of every form, many more than the writer keeps decisions for, are
 // written as their lines would be one by one, into one exact block.
 TEST(RecordBlock, RecordsOfManyValuesMatchTheirLinesOneByOne) {
-  const std::string forms[] = {"plain", " lead", std::string("nul\0cut", 7), "", std::string(170, 'f'),
-                               "\xc3\xa9t\xc3\xa9", std::string(100, '\x80')};
+  const std::string forms[] = {"plain",
+                               " lead",
+                               std::string("nul\0cut", 7),
+                               "",
+                               std::string(170, 'f'),
+                               "\xc3\xa9t\xc3\xa9",
+                               std::string(100, '\x80')};
   for (size_t count : {1, 127, 128, 129, 400}) {
     std::vector<std::string> values;
     for (size_t i = 0; i < count; ++i) values.push_back(forms[i % std::size(forms)]);
-    LDAPEntry *e = makeEntry("cn=x", GSLCLE_CHANGE_MODIFY, {{"description", kReplace, values}, {"sn", kAdd, {"Lee"}}});
+    LDAPEntry *e = makeEntry("cn=x", GSLCLE_CHANGE_MODIFY,
+                             {{"description", kReplace, values}, {"sn", kAdd, {"Lee"}}});
     std::string expected = "dn: cn=x\nchangetype: modify\nreplace: description\n";
     for (const std::string &v : values) {
       char *line = gsldlDLdifTypeAndValue("description", v.data(), static_cast<uint32_t>(v.size()));
@@ -271,7 +297,8 @@ TEST(RecordBlock, RecordsOfManyValuesMatchTheirLinesOneByOne) {
     {
       qtest::TestAllocator::Scope allocator;
       EXPECT_EQ(recordOf(e), expected) << count << " values";
-      EXPECT_EQ(qtest::TestAllocator::sizes, (std::vector<uint32_t>{static_cast<uint32_t>(expected.size() + 1)}))
+      EXPECT_EQ(qtest::TestAllocator::sizes,
+                (std::vector<uint32_t>{static_cast<uint32_t>(expected.size() + 1)}))
           << count << " values";
     }
     gslcledeDestroyLDAPEntry(nullptr, e);

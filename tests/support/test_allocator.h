@@ -52,7 +52,9 @@ struct TestAllocator {
     reset();
     (void)gslumsSetHooks(ctx, allocate, allocateZeroed, reallocate, release);
   }
-  static void uninstall(gsluctx *ctx) { (void)gslumsSetHooks(ctx, nullptr, nullptr, nullptr, nullptr); }
+  static void uninstall(gsluctx *ctx) {
+    (void)gslumsSetHooks(ctx, nullptr, nullptr, nullptr, nullptr);
+  }
 
   // Installed on the process-wide context for a scope.
   struct Scope {

@@ -84,8 +84,11 @@ uint32_t hashOf(gsluhhTable *t, const char *key) {
 // position, modulo 2^32 and then the bucket count.
 TEST_F(HashTest, SumsOfBytesWeightedByCubedPositions) {
   gsluhhTable *t65003 = make(65003), *t16 = make(16), *t7 = make(7);
-  const struct { const char *key; uint32_t sum, bucket16; } cases[] = {
-      {"md5", 524, 12}, {"MD5", 492, 12}, {"sha", 880, 0}, {"ssha", 3566, 14}, {"a", 0, 0}, {"", 0, 0}};
+  const struct {
+    const char *key;
+    uint32_t sum, bucket16;
+  } cases[] = {{"md5", 524, 12},   {"MD5", 492, 12}, {"sha", 880, 0},
+               {"ssha", 3566, 14}, {"a", 0, 0},      {"", 0, 0}};
   for (const auto &c : cases) {
     uint32_t position = 0;
     EXPECT_EQ(gsluhhClntHashFunc(t65003, c.key, &position), c.sum) << c.key;
@@ -95,7 +98,8 @@ TEST_F(HashTest, SumsOfBytesWeightedByCubedPositions) {
   }
   // A key of n bytes 1 sums the cubes below n: (n(n-1)/2)^2 modulo 2^32. The
   // cube of 1626 is the first to wrap; past the last weight the cubes go on.
-  for (uint64_t n : {uint64_t{1627}, uint64_t{GSLUHH_WEIGHT_COUNT}, uint64_t{GSLUHH_WEIGHT_COUNT + 3}}) {
+  for (uint64_t n :
+       {uint64_t{1627}, uint64_t{GSLUHH_WEIGHT_COUNT}, uint64_t{GSLUHH_WEIGHT_COUNT + 3}}) {
     const uint64_t half = n * (n - 1) / 2;
     const auto expected = static_cast<uint32_t>(half * half);
     EXPECT_EQ(hashOf(t65003, std::string(n, '\1').c_str()), expected % 65003) << n;
@@ -105,11 +109,15 @@ TEST_F(HashTest, SumsOfBytesWeightedByCubedPositions) {
 TEST_F(HashTest, FirstByteNeverAffectsTheBucketDeliberately) {
   gsluhhTable *t = make(65003);
   EXPECT_EQ(hashOf(t, "Ab"), 98u);
-  EXPECT_EQ(hashOf(t, "\xff" "b"), 98u);
+  EXPECT_EQ(hashOf(t,
+                   "\xff"
+                   "b"),
+            98u);
 }
 
 TEST_F(HashTest, BucketRequestsAreCapped) {
-  for (auto [requested, count] : {std::pair{0u, 256u}, std::pair{1u, 1u}, std::pair{65004u, 65003u}}) {
+  for (auto [requested, count] :
+       {std::pair{0u, 256u}, std::pair{1u, 1u}, std::pair{65004u, 65003u}}) {
     gsluhhTable *t = nullptr;
     ASSERT_EQ(gsluhhClntcCreateStrHash(nullptr, requested, &t, 0), GSLUHH_OK);
     tables_.push_back(t);
@@ -165,7 +173,9 @@ struct CompareCase {
   bool finds_other_case;
 };
 
-void PrintTo(const CompareCase &c, std::ostream *os) { *os << "lang " << c.lang << ", nocase " << c.nocase; }
+void PrintTo(const CompareCase &c, std::ostream *os) {
+  *os << "lang " << c.lang << ", nocase " << c.nocase;
+}
 
 class CompareTest : public HashTest, public ::testing::WithParamInterface<CompareCase> {};
 
@@ -217,7 +227,8 @@ TEST_F(HashTest, ValueCopiesAndValueIsKey) {
   EXPECT_EQ(stored, gsluhhClntHashKeySearch(ctx_, t, "copy"));
   const char *keys[] = {"copy", "null", "self", "given"};
   void *v[4] = {};
-  for (int i = 0; i < 4; ++i) ASSERT_EQ(gsluhhClntHashSearch(ctx_, t, keys[i], &v[i]), 0) << keys[i];
+  for (int i = 0; i < 4; ++i)
+    ASSERT_EQ(gsluhhClntHashSearch(ctx_, t, keys[i], &v[i]), 0) << keys[i];
   EXPECT_STREQ(static_cast<char *>(v[0]), "secret");
   EXPECT_EQ(v[1], nullptr);
   EXPECT_EQ(v[2], gsluhhClntHashKeySearch(ctx_, t, "self"));
@@ -226,9 +237,11 @@ TEST_F(HashTest, ValueCopiesAndValueIsKey) {
 
 TEST_F(HashTest, SlotsKeepTheGenerousRounding) {
   gsluhhTable *t = make();
-  const struct { const char *key, *value; uint32_t slots; } cases[] = {
-      {"k", nullptr, 8}, {"kkkkkk", nullptr, 8}, {"kkkkkkk", nullptr, 16},
-      {"a", "", 16},     {"b", "vvvvvvv", 24},   {"c", "vvvvvvvvvvvvvvv", 32}};
+  const struct {
+    const char *key, *value;
+    uint32_t slots;
+  } cases[] = {{"k", nullptr, 8}, {"kkkkkk", nullptr, 8}, {"kkkkkkk", nullptr, 16},
+               {"a", "", 16},     {"b", "vvvvvvv", 24},   {"c", "vvvvvvvvvvvvvvv", 32}};
   Alloc::install(ctx_);
   for (const auto &c : cases) {
     ASSERT_EQ(gsluhhClntHashInsert(ctx_, t, c.key, const_cast<char *>(c.value), 1), GSLUHH_OK);
@@ -390,7 +403,8 @@ TEST_F(HashTest, TableLockFailuresAreReportedAndACountFailureReadsAsTwo) {
        {"gsluhGetNumElements: ERROR * read lock on the hash table failed\n"}},
       {[&] { return gsluhhClntHashTableFree(ctx_, t); },
        {"gsluhHashTableFree : ERROR * sltsrwwrite failed \n"}},
-      {[&] { return gsluhhClntiInitHT(ctx_, t); }, {"gsluhiInitHT:Failed to aquire hash table lock\n"}},
+      {[&] { return gsluhhClntiInitHT(ctx_, t); },
+       {"gsluhiInitHT:Failed to aquire hash table lock\n"}},
       {[&] { return gsluhhClntIncrRefCnt(ctx_, t); }, {}},
       {[&] { return gsluhhClntHashKeySearch(ctx_, t, "md5") ? 0 : 2; }, {}},
   };
@@ -416,10 +430,10 @@ TEST_F(HashTest, BucketLockFailuresAreReportedAndTheInsertBlockIsKept) {
   gsluhhTable *t = make(16, 1);
   ASSERT_EQ(pthread_rwlock_wrlock(&t->buckets[12].lock), 0);  // the bucket of "md5"
   Alloc::install(ctx_);
-  expectKeyOperationsFail(ctx_, t, "md5",
-                          {"gsluhHashInsert:Aquiring Bucket lock failed..\n",
-                           "gsluhHashSearch : ERROR * sltsread failed \n",
-                           "gsluhHashDelete: Failed to aquire lock\n"});
+  expectKeyOperationsFail(
+      ctx_, t, "md5",
+      {"gsluhHashInsert:Aquiring Bucket lock failed..\n",
+       "gsluhHashSearch : ERROR * sltsread failed \n", "gsluhHashDelete: Failed to aquire lock\n"});
   ASSERT_EQ(Alloc::blocks.size(), 1u);  // the element block, still allocated
   std::free(Alloc::blocks[0]);
   ASSERT_EQ(pthread_rwlock_unlock(&t->buckets[12].lock), 0);
@@ -470,12 +484,13 @@ const char kNoBucketLock[] = "gsluhHashBucketAlloc: failed to initialize the buc
 const char kNoTableLock[] = "gsluhHashBucketsAlloc: ERROR * sltsrwinit failed \n";
 INSTANTIATE_TEST_SUITE_P(
     Steps, CreateFailureTest,
-    ::testing::Values(
-        CreateFailure{0, -1, 0, {kNoTable}}, CreateFailure{1, -1, 0, {kNoTable}},
-        CreateFailure{2, -1, 0, {"Error in allocating Memory for Hash Buckets\n", kNoBuckets}},
-        CreateFailure{-1, 0, 1, {kNoBucketLock, kNoBuckets}},
-        CreateFailure{-1, 9, 1, {kNoBucketLock, kNoBuckets}},
-        CreateFailure{-1, 17, 1, {kNoTableLock}}, CreateFailure{-1, 0, 0, {kNoTableLock}}));
+    ::testing::Values(CreateFailure{0, -1, 0, {kNoTable}}, CreateFailure{1, -1, 0, {kNoTable}},
+                      CreateFailure{
+                          2, -1, 0, {"Error in allocating Memory for Hash Buckets\n", kNoBuckets}},
+                      CreateFailure{-1, 0, 1, {kNoBucketLock, kNoBuckets}},
+                      CreateFailure{-1, 9, 1, {kNoBucketLock, kNoBuckets}},
+                      CreateFailure{-1, 17, 1, {kNoTableLock}},
+                      CreateFailure{-1, 0, 0, {kNoTableLock}}));
 
 TEST_F(HashTest, OtherAllocationFailures) {
   gsluhhTable *t = make();
@@ -532,9 +547,8 @@ TEST_P(HashConcurrency, ThreadsInsertSearchAndDelete) {
   EXPECT_TRUE(g_traces.empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Locks, HashConcurrency, ::testing::Values(0, 1),
-                         [](const auto &info) {
-                           return info.param ? "BucketLocks" : "TableLockOnly";
-                         });
+INSTANTIATE_TEST_SUITE_P(Locks, HashConcurrency, ::testing::Values(0, 1), [](const auto &info) {
+  return info.param ? "BucketLocks" : "TableLockOnly";
+});
 
 }  // namespace

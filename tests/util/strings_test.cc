@@ -50,9 +50,12 @@ TEST_F(StringsTest, NullArgumentsWriteAndAllocateNothing) {
       {"strcmp both", [] { return gsluscmStrcmp(nullptr, nullptr, nullptr); }, GSLUS_CMP_EQUAL},
       {"strcmp first", [] { return gsluscmStrcmp(nullptr, nullptr, "a"); }, GSLUS_CMP_ONE_NULL},
       {"strcmp second", [] { return gsluscmStrcmp(nullptr, "a", nullptr); }, GSLUS_CMP_ONE_NULL},
-      {"casecmp first", [] { return gslusicStrcasecmp(nullptr, nullptr, "a"); }, GSLUS_CMP_ONE_NULL},
-      {"casecmp second", [] { return gslusicStrcasecmp(nullptr, "a", nullptr); }, GSLUS_CMP_ONE_NULL},
-      {"strncmp second", [] { return gsluscmStrncmp(nullptr, "a", nullptr, 1); }, GSLUS_CMP_ONE_NULL},
+      {"casecmp first", [] { return gslusicStrcasecmp(nullptr, nullptr, "a"); },
+       GSLUS_CMP_ONE_NULL},
+      {"casecmp second", [] { return gslusicStrcasecmp(nullptr, "a", nullptr); },
+       GSLUS_CMP_ONE_NULL},
+      {"strncmp second", [] { return gsluscmStrncmp(nullptr, "a", nullptr, 1); },
+       GSLUS_CMP_ONE_NULL},
       {"strlen", [] { return static_cast<int>(gslusslStrlen(nullptr, nullptr)); }, 0},
       {"sprintf buffer", [] { return gsluspSprintf(nullptr, nullptr, 4, "x"); }, GSLUS_NULL_ARG},
       {"trim", [] { return gslusTrim(nullptr, nullptr); }, GSLUS_NULL_ARG},
@@ -76,12 +79,20 @@ TEST_F(StringsTest, StrcasedupBlockSizesAndLowerCase) {
       {"ABCDEFG", "abcdefg", 8},
       {"", "", 8},
       {"ÄÖÜ;Binary", "äöü;binary", 16},
-      {"\xC4\xFF" "AB", "\xC4\xFF" "ab", 8},      // stray bytes stay as they are
-      {"\xC4\xB0STANBUL", "istanbul", 16},       // U+0130 shrinks to one byte
-      {"\xE2\x84\xAA", "k", 8},                  // the Kelvin sign, too
+      {"\xC4\xFF"
+       "AB",
+       "\xC4\xFF"
+       "ab",
+       8},                                  // stray bytes stay as they are
+      {"\xC4\xB0STANBUL", "istanbul", 16},  // U+0130 shrinks to one byte
+      {"\xE2\x84\xAA", "k", 8},             // the Kelvin sign, too
       // U+023A lower-cases to the three-byte U+2C65; the block has no room
       // for growth, so such a character keeps its upper-case form.
-      {"\xC8\xBA\xC8\xBA\xC8\xBA\xC8\xBA" "ABCDEFG", "\xC8\xBA\xC8\xBA\xC8\xBA\xC8\xBA" "abcdefg", 16},
+      {"\xC8\xBA\xC8\xBA\xC8\xBA\xC8\xBA"
+       "ABCDEFG",
+       "\xC8\xBA\xC8\xBA\xC8\xBA\xC8\xBA"
+       "abcdefg",
+       16},
   };
   for (const auto &c : cases) {
     Alloc::sizes.clear();
@@ -94,12 +105,17 @@ void *tableAllocate(gsluctx *, void *user, uint32_t size) {
   static_cast<std::vector<uint32_t> *>(user)->push_back(size);
   return std::malloc(size);
 }
-void *tableZeroed(gsluctx *, void *, uint32_t, uint32_t, const gsluMemCallbacks *) { return nullptr; }
-void *tableResize(gsluctx *, void *, uint32_t, void *, uint32_t, const gsluMemCallbacks *) { return nullptr; }
+void *tableZeroed(gsluctx *, void *, uint32_t, uint32_t, const gsluMemCallbacks *) {
+  return nullptr;
+}
+void *tableResize(gsluctx *, void *, uint32_t, void *, uint32_t, const gsluMemCallbacks *) {
+  return nullptr;
+}
 void tableRelease(gsluctx *, void *, void *block) { std::free(block); }
 
 TEST_F(StringsTest, StrdupUsesCompleteCallerTable) {
-  static const gsluMemCallbacks table{tableAllocate, tableZeroed, tableResize, tableRelease, nullptr};
+  static const gsluMemCallbacks table{tableAllocate, tableZeroed, tableResize, tableRelease,
+                                      nullptr};
   std::vector<uint32_t> table_sizes;
   const gslcClientHandle handle{ctx_, &table, &table_sizes};  // installs the table
   ASSERT_EQ(gslccx_Getgsluctx(&handle), ctx_);
@@ -119,15 +135,19 @@ TEST_F(StringsTest, ComparisonsIgnoringCase) {
       {"MD5", "md5", kWhole, 0},
       {"ÄÖÜ", "äöü", kWhole, 0},
       {"Straße", "STRAẞE", kWhole, 0},
-      {"Straße", "STRASSE", kWhole, 1},    // one code point folds to one
-      {"K", "\xE2\x84\xAA", kWhole, 0},    // Kelvin sign: three bytes against one
+      {"Straße", "STRASSE", kWhole, 1},  // one code point folds to one
+      {"K", "\xE2\x84\xAA", kWhole, 0},  // Kelvin sign: three bytes against one
       {"abc", "ABD", kWhole, -1},
       {"ab", "AB\xC3\xA4", kWhole, -1},
-      {"\xE4", "ä", kWhole, 1},            // a stray byte is not U+00E4
-      {"\xFF" "a", "\xFF" "A", kWhole, 0},
+      {"\xE4", "ä", kWhole, 1},  // a stray byte is not U+00E4
+      {"\xFF"
+       "a",
+       "\xFF"
+       "A",
+       kWhole, 0},
       {"ÄBCx", "äbcy", 4, 0},
       {"ÄBCx", "äbcy", 5, -1},
-      {"\xC3\x84", "\xC3\xA4", 1, 0},      // cut by the bound: the lead bytes
+      {"\xC3\x84", "\xC3\xA4", 1, 0},  // cut by the bound: the lead bytes
   };
   for (const auto &c : cases) {
     const int got = c.n == kWhole ? gslusicStrcasecmp(nullptr, c.a, c.b)
@@ -146,20 +166,34 @@ TEST_F(StringsTest, CharacterClasses) {
     ClassFn fn;
     uint32_t expected;
   } cases[] = {
-      {"7", gslusibIsDigit, GSLUS_CLASS_DIGIT},   {"a", gslusibIsDigit, 0},
-      {"q", gslusAIsLetter, GSLUS_CLASS_LETTER},  {"7", gslusAIsLetter, 0},
-      {"F", gslusibIsXdigit, GSLUS_CLASS_XDIGIT}, {"g", gslusibIsXdigit, 0},
-      {"a", gslusibIsGraph, GSLUS_CLASS_LETTER},  {" ", gslusibIsGraph, 0},
-      {" ", gslusibIsPrint, GSLUS_CLASS_BLANK},   {"\t", gslusibIsPrint, 0},
-      {"\t", gslusibIsSpace, GSLUS_CLASS_SPACE},  {"$", gslusibIsPunct, GSLUS_CLASS_PUNCT},
-      {"_", gslusBIsAlphaNum, 0},                 {"Z", gslusCIsUpper, GSLUS_CLASS_UPPER},
-      {"z", gslusDIsLower, GSLUS_CLASS_LOWER},    {"z", gslusCIsUpper, 0},
-      {"", gslusibIsPrint, 0},                    {"\x7f", gslusibIsPrint, 0},
-      {"Ä", gslusCIsUpper, GSLUS_CLASS_UPPER},    {"ß", gslusDIsLower, GSLUS_CLASS_LOWER},
-      {"Ж", gslusibIsAlnum, GSLUS_CLASS_LETTER},  {"\xD9\xA3", gslusibIsDigit, GSLUS_CLASS_DIGIT},
-      {"€", gslusibIsPunct, GSLUS_CLASS_PUNCT},   {"«", gslusibIsGraph, GSLUS_CLASS_PUNCT},
-      {"\xC2\xA0", gslusibIsSpace, GSLUS_CLASS_SPACE}, {"é", gslusibIsPunct, 0},
-      {"\xFF", gslusibIsPrint, 0},                {"\xC3", gslusAIsLetter, 0},
+      {"7", gslusibIsDigit, GSLUS_CLASS_DIGIT},
+      {"a", gslusibIsDigit, 0},
+      {"q", gslusAIsLetter, GSLUS_CLASS_LETTER},
+      {"7", gslusAIsLetter, 0},
+      {"F", gslusibIsXdigit, GSLUS_CLASS_XDIGIT},
+      {"g", gslusibIsXdigit, 0},
+      {"a", gslusibIsGraph, GSLUS_CLASS_LETTER},
+      {" ", gslusibIsGraph, 0},
+      {" ", gslusibIsPrint, GSLUS_CLASS_BLANK},
+      {"\t", gslusibIsPrint, 0},
+      {"\t", gslusibIsSpace, GSLUS_CLASS_SPACE},
+      {"$", gslusibIsPunct, GSLUS_CLASS_PUNCT},
+      {"_", gslusBIsAlphaNum, 0},
+      {"Z", gslusCIsUpper, GSLUS_CLASS_UPPER},
+      {"z", gslusDIsLower, GSLUS_CLASS_LOWER},
+      {"z", gslusCIsUpper, 0},
+      {"", gslusibIsPrint, 0},
+      {"\x7f", gslusibIsPrint, 0},
+      {"Ä", gslusCIsUpper, GSLUS_CLASS_UPPER},
+      {"ß", gslusDIsLower, GSLUS_CLASS_LOWER},
+      {"Ж", gslusibIsAlnum, GSLUS_CLASS_LETTER},
+      {"\xD9\xA3", gslusibIsDigit, GSLUS_CLASS_DIGIT},
+      {"€", gslusibIsPunct, GSLUS_CLASS_PUNCT},
+      {"«", gslusibIsGraph, GSLUS_CLASS_PUNCT},
+      {"\xC2\xA0", gslusibIsSpace, GSLUS_CLASS_SPACE},
+      {"é", gslusibIsPunct, 0},
+      {"\xFF", gslusibIsPrint, 0},
+      {"\xC3", gslusAIsLetter, 0},
   };
   for (const auto &c : cases) EXPECT_EQ(c.fn(nullptr, c.c), c.expected) << "'" << c.c << "'";
 }
@@ -266,10 +300,14 @@ TEST_F(StringsTest, NumbersAndHex) {
     int status;
     int32_t value;
   } nums[] = {
-      {"123", GSLUS_OK, 123},           {"-2147483648", GSLUS_OK, INT32_MIN},
-      {"+7", GSLUS_OK, 7},              {"2147483648", GSLUS_NOT_A_NUMBER, 0},
-      {"12a", GSLUS_NOT_A_NUMBER, 0},   {"", GSLUS_NOT_A_NUMBER, 0},
-      {"-", GSLUS_NOT_A_NUMBER, 0},     {" 1", GSLUS_NOT_A_NUMBER, 0},
+      {"123", GSLUS_OK, 123},
+      {"-2147483648", GSLUS_OK, INT32_MIN},
+      {"+7", GSLUS_OK, 7},
+      {"2147483648", GSLUS_NOT_A_NUMBER, 0},
+      {"12a", GSLUS_NOT_A_NUMBER, 0},
+      {"", GSLUS_NOT_A_NUMBER, 0},
+      {"-", GSLUS_NOT_A_NUMBER, 0},
+      {" 1", GSLUS_NOT_A_NUMBER, 0},
       {"\xD9\xA1\xD9\xA2\xD9\xA3", GSLUS_OK, 123},
   };
   for (const auto &c : nums) {
@@ -287,10 +325,10 @@ TEST_F(StringsTest, NumbersAndHex) {
     int status;
     uint32_t value;
   } hexes[] = {
-      {"ff", 2, GSLUS_OK, 0xff},          {"FFFFFFFF", 8, GSLUS_OK, 0xffffffff},
-      {"0000000001", 10, GSLUS_OK, 1},    {"100000000", 9, GSLUS_NOT_A_NUMBER, 0},
-      {"1g", 2, GSLUS_NOT_A_NUMBER, 0},   {"", 0, GSLUS_NOT_A_NUMBER, 0},
-      {"41,cn=x", 2, GSLUS_OK, 0x41},     {"ab", 5, GSLUS_OK, 0xab},
+      {"ff", 2, GSLUS_OK, 0xff},        {"FFFFFFFF", 8, GSLUS_OK, 0xffffffff},
+      {"0000000001", 10, GSLUS_OK, 1},  {"100000000", 9, GSLUS_NOT_A_NUMBER, 0},
+      {"1g", 2, GSLUS_NOT_A_NUMBER, 0}, {"", 0, GSLUS_NOT_A_NUMBER, 0},
+      {"41,cn=x", 2, GSLUS_OK, 0x41},   {"ab", 5, GSLUS_OK, 0xab},
   };
   for (const auto &c : hexes) {
     uint32_t value = 7;
@@ -300,14 +338,18 @@ TEST_F(StringsTest, NumbersAndHex) {
 }
 
 TEST_F(StringsTest, StepsOverMultibyteCharacters) {
-  const char *s = "a\xC3\x84\xE2\x82\xAC\xF0\x9D\x84\x9E" "b";  // sizes 1, 2, 3, 4, 1
-  const size_t forward[] = {0, 1, 3, 6, 10, 11, 11};  // stops at the NUL
+  const char *s =
+      "a\xC3\x84\xE2\x82\xAC\xF0\x9D\x84\x9E"
+      "b";                                             // sizes 1, 2, 3, 4, 1
+  const size_t forward[] = {0, 1, 3, 6, 10, 11, 11};   // stops at the NUL
   const size_t backward[] = {0, 1, 5, 8, 10, 11, 11};  // stops at the start
   for (size_t n = 0; n < std::size(forward); ++n) {
     EXPECT_EQ(gslusicIsIncPtr(nullptr, s, n), forward[n]) << n;
     EXPECT_EQ(gslusicIsDecPtr(nullptr, s, s + 11, n), backward[n]) << n;
   }
-  const char *stray = "\xC3\x84\x80\x80" "a";  // one character, then two stray bytes
+  const char *stray =
+      "\xC3\x84\x80\x80"
+      "a";  // one character, then two stray bytes
   EXPECT_EQ(gslusicIsIncPtr(nullptr, stray, 2), 3u);
   EXPECT_EQ(gslusicIsDecPtr(nullptr, stray, stray + 4, 2), 2u);
   EXPECT_EQ(gslusicIsDecPtr(nullptr, stray, stray + 4, 3), 4u);
@@ -323,7 +365,10 @@ TEST_F(StringsTest, SearchesAndSmallPredicates) {
   EXPECT_EQ(gslusstStrChr(nullptr, s, 0xD800), nullptr);
   EXPECT_EQ(gslusstStrChr(nullptr, s, 0xE4), nullptr);
   EXPECT_EQ(gslusstStrpBrk(nullptr, s, "xc"), s + 8);
-  EXPECT_EQ(gslusstStrpBrk(nullptr, s, "\xE2\x82\xAC" "b"), s + 1);
+  EXPECT_EQ(gslusstStrpBrk(nullptr, s,
+                           "\xE2\x82\xAC"
+                           "b"),
+            s + 1);
   EXPECT_EQ(gslusstStrpBrk(nullptr, s, "\xE2"), nullptr);
   EXPECT_EQ(gslusstStrStr(nullptr, s, "b€"), s + 4);
   EXPECT_EQ(gslusicIsEqual(nullptr, s + 1, 0x20AC), GSLUS_YES);
