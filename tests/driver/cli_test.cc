@@ -19,23 +19,10 @@ using qtest::RunResult;
 
 const std::string kUsage = "usage: quillomat file1 file2 ...\n\n";
 
-std::string failed(const std::string &cause) {
-  return "quillomat: " + cause +
-         "; the document could not be converted to LDIF (the entries before it were written in "
-         "full)\n";
-}
-
-std::string document(const std::string &entries) {
-  return "<?xml version=\"1.0\"?>\n<dsml><directory-entries>\n" + entries +
-         "</directory-entries></dsml>\n";
-}
-
-std::string entry(const std::string &cn) {
-  return "<entry dn=\"cn=" + cn + ",o=ex\"><attr name=\"cn\"><value>" + cn +
-         "</value></attr></entry>\n";
-}
-
-std::string record(const std::string &cn) { return "dn: cn=" + cn + ",o=ex\ncn: " + cn + "\n\n"; }
+using qtest::document;
+using qtest::entry;
+using qtest::failed;
+using qtest::record;
 
 class CliTest : public ::testing::Test {
  protected:

@@ -16,26 +16,12 @@ using qtest::runQuillomat;
 using qtest::RunResult;
 using qtest::StdoutKind;
 
-// The one line that says which document failed, where and why.
-std::string failed(const std::string &cause) {
-  return "quillomat: " + cause +
-         "; the document could not be converted to LDIF (the entries before it were written in "
-         "full)\n";
-}
 const std::string kOutputLost =
     "quillomat: standard output could not be written; the LDIF written there is incomplete.\n";
-
-std::string document(const std::string &entries) {
-  return "<?xml version=\"1.0\"?>\n<dsml><directory-entries>\n" + entries +
-         "</directory-entries></dsml>\n";
-}
-
-std::string entry(const std::string &cn) {
-  return "<entry dn=\"cn=" + cn + ",o=ex\"><attr name=\"cn\"><value>" + cn +
-         "</value></attr></entry>\n";
-}
-
-std::string record(const std::string &cn) { return "dn: cn=" + cn + ",o=ex\ncn: " + cn + "\n\n"; }
+using qtest::document;
+using qtest::entry;
+using qtest::failed;
+using qtest::record;
 
 class DriverTest : public ::testing::Test {
  protected:

@@ -44,6 +44,29 @@ struct RunOptions {
   std::string stdin_text;    // fed through a pipe the parent writes while the child runs
 };
 
+// The one line that says which document failed, where and why.
+inline std::string failed(const std::string &cause) {
+  return "quillomat: " + cause +
+         "; the document could not be converted to LDIF (the entries before it were written in "
+         "full)\n";
+}
+
+// A document of the given entries, an entry "cn=<cn>,o=ex" with one cn
+// value, and the record the program writes for it.
+inline std::string document(const std::string &entries) {
+  return "<?xml version=\"1.0\"?>\n<dsml><directory-entries>\n" + entries +
+         "</directory-entries></dsml>\n";
+}
+
+inline std::string entry(const std::string &cn) {
+  return "<entry dn=\"cn=" + cn + ",o=ex\"><attr name=\"cn\"><value>" + cn +
+         "</value></attr></entry>\n";
+}
+
+inline std::string record(const std::string &cn) {
+  return "dn: cn=" + cn + ",o=ex\ncn: " + cn + "\n\n";
+}
+
 // Runs quillomat with args and collects its output.
 inline RunResult runQuillomat(const std::vector<std::string> &args, const RunOptions &o = {}) {
   TempDir dir;
