@@ -66,6 +66,8 @@ enum Message : uint32_t {
   kMsgStdinTwice = 2118,
   kMsgNoDocument = 2119,
   kMsgHelp = 2120,
+  kMsgTooDeep = 2121,
+  kMsgNotRead = 2122,
 };
 
 // What a message says when the catalogue does not have it: the run must
@@ -193,7 +195,9 @@ constexpr CauseMessage kCauseMessages[] = {
     {GSLXDV_CAUSE_BAD_BASE64, kMsgBadBase64, true},
     {GSLXDV_CAUSE_NO_MEMORY, kMsgNoMemory, false},
     {GSLXDV_CAUSE_CALLBACK, kMsgEntryNotWritten, true},
-    {GSLXDV_CAUSE_OTHER, kMsgUnmatchedClose, true},
+    {GSLXDV_CAUSE_UNMATCHED, kMsgUnmatchedClose, true},
+    {GSLXDV_CAUSE_TOO_DEEP, kMsgTooDeep, true},
+    {GSLXDV_CAUSE_OTHER, kMsgNotRead, true},
 };
 
 [[nodiscard]] CauseMessage causeMessage(const GslxdvDiagnostic &d) {
@@ -205,7 +209,7 @@ constexpr CauseMessage kCauseMessages[] = {
   for (const CauseMessage &c : kCauseMessages) {
     if (c.cause == d.cause) return c;
   }
-  return {d.cause, kMsgUnmatchedClose, true};
+  return {d.cause, kMsgNotRead, true};
 }
 
 // Expands format with the place's texts into out; false when it does not

@@ -339,7 +339,10 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
 
 // Returns to the state the closing element was opened in.
 [[nodiscard]] int popState(GslxdvStateMachine *m) {
-  if (m->depth == 0) return GSLXDV_FAILED;
+  if (m->depth == 0) {
+    recordFailure(m, GSLXDV_CAUSE_UNMATCHED, nullptr);
+    return GSLXDV_FAILED;
+  }
   moveTo(m, m->states[--m->depth]);
   return GSLXDV_OK;
 }
@@ -368,7 +371,10 @@ int startElement(GslxdvStateMachine *m, const char *name, const xmlattrs *attrib
   if (m->skip_depth != 0) {
     // Detect and prevent integer overflow: the count is 16 bits wide, and a
     // wrap to 0 would end the skip in the middle of the skipped content.
-    if (m->skip_depth == UINT16_MAX) return GSLXDV_FAILED;
+    if (m->skip_depth == UINT16_MAX) {
+      recordFailure(m, GSLXDV_CAUSE_TOO_DEEP, nullptr);
+      return GSLXDV_FAILED;
+    }
     ++m->skip_depth;
     return GSLXDV_OK;
   }

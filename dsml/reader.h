@@ -89,13 +89,19 @@ enum {
   GSLXDV_CAUSE_REFUSED_NAME = 8,    /* an attr name refused (detail: it) */
   GSLXDV_CAUSE_BAD_BASE64 = 9,      /* a value's base64 text */
   GSLXDV_CAUSE_NO_MEMORY = 10,
-  GSLXDV_CAUSE_CALLBACK = 11, /* the entry callback refused the entry
-                                 (detail: its status) */
-  GSLXDV_CAUSE_OTHER = 12,    /* any other step that failed */
-  GSLXDV_CAUSE_NOT_DSML = 13  /* a warning, for a document read whole:
-                                 its root element is not dsml, so it
-                                 gave no entry (detail: the root's
-                                 local name) */
+  GSLXDV_CAUSE_CALLBACK = 11,  /* the entry callback refused the entry
+                                  (detail: its status) */
+  GSLXDV_CAUSE_OTHER = 12,     /* any other step that failed */
+  GSLXDV_CAUSE_NOT_DSML = 13,  /* a warning, for a document read whole:
+                                  its root element is not dsml, so it
+                                  gave no entry (detail: the root's
+                                  local name) */
+  GSLXDV_CAUSE_UNMATCHED = 14, /* a closing tag with no element left to
+                                  return to (a skipped element holding
+                                  one of its own name ends its skip
+                                  early) */
+  GSLXDV_CAUSE_TOO_DEEP = 15   /* more than 65535 elements open inside a
+                                  skipped one */
 };
 
 enum { GSLXDV_DETAIL_SIZE = 256 };
