@@ -12,9 +12,9 @@
 #include <optional>
 
 #include "ber/ber_internal.h"
-#include "core/context_internal.h"
 #include "core/memory.h"
 #include "core/output.h"
+#include "core/owned.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "ber/ber_internal.h"
-#include "core/context_internal.h"
 #include "core/memory.h"
+#include "core/owned.h"
 
 namespace {
 

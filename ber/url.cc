@@ -38,9 +38,9 @@
 #include <string_view>
 #include <utility>
 
-#include "core/context_internal.h"
 #include "core/memory.h"
 #include "core/output.h"
+#include "core/owned.h"
 #include "util/strings.h"
 
 namespace {

@@ -178,6 +178,10 @@ struct NameCase {
   std::string name;  // "<pid>" stands for the process id; empty: no file
 };
 
+void PrintTo(const NameCase &c, std::ostream *os) {
+  *os << "component " << int{c.component} << " instance " << c.instance;
+}
+
 class LogNameTest : public LogTest, public ::testing::WithParamInterface<NameCase> {};
 
 TEST_P(LogNameTest, ComponentChoosesFileName) {
