@@ -156,7 +156,10 @@ TEST(UrlTest, NullArgumentsAndMissingContext) {
   EXPECT_EQ(gslcurp_LdapUrlParse(nullptr, text, nullptr), GSLCUR_NULL_ARG);
   EXPECT_EQ(gslcurf_LdapFreeUrldesc(nullptr, nullptr), GSLCUR_OK);
   EXPECT_EQ(gslcurs_SkipUrlPrefix(&kNoContext, &text, nullptr), GSLCUR_NO_CONTEXT);
+  LDAPURLDesc stale{};
+  lud = &stale;
   EXPECT_EQ(gslcurp_LdapUrlParse(&kNoContext, text, &lud), GSLCUR_NO_CONTEXT);
+  EXPECT_EQ(lud, nullptr);
   EXPECT_EQ(gslcurf_LdapFreeUrldesc(&kNoContext, nullptr), GSLCUR_NO_CONTEXT);
   EXPECT_EQ(gslcuri_IsLdapUrl(&kNoContext, text), 0);
 }
