@@ -280,11 +280,13 @@ int gslcuri_IsLdapUrl(const gslcClientHandle *ctx, const char *text) {
 }
 
 int gslcurp_LdapUrlParse(const gslcClientHandle *ctx, const char *text, LDAPURLDesc **out) {
+  // The out-parameter is cleared before anything can fail, so that a caller
+  // never frees a stale record, whatever the answer (89 included).
+  if (out != nullptr) *out = nullptr;
   gsluctx *core = gslccx_Getgsluctx(ctx);
   if (core == nullptr) return GSLCUR_NO_CONTEXT;
   (void)gslu::trace(core, GSLCUR_TRACE_LEVEL, "ldap_url_parse(%s)\n", text);
   if (out == nullptr) return GSLCUR_NULL_ARG;
-  *out = nullptr;
   const char *rest = text;
   int32_t enclosed = 0;
   if (gslcurs_SkipUrlPrefix(ctx, &rest, &enclosed) != GSLCUR_PREFIX) return GSLCUR_NOT_LDAP_URL;

@@ -1,65 +1,42 @@
-// tests/ber/ber_test_support.h - what the in-process codec tests share:
-// hex views of bytes, and trace lines captured through the trace hook.
+// tests/ber/ber_test_support.h - what the codec's tests share: hex views of
+// bytes, trace lines captured through the trace hook, and requests to the
+// programs built from tests/ber/ber_driver.c.
 #ifndef QUILLOMAT_TESTS_BER_TEST_SUPPORT_H
 #define QUILLOMAT_TESTS_BER_TEST_SUPPORT_H
 
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
-#include "ber/io.h"
-#include "core/context.h"
 #include "core/output.h"
 
 namespace qtest {
 
 inline std::string hexOf(const void *bytes, size_t length) {
-  static const char digits[] = "0123456789abcdef";
   std::string hex;
-  for (size_t i = 0; i < length; ++i) {
-    const unsigned char b = static_cast<const unsigned char *>(bytes)[i];
-    hex += digits[b >> 4];
-    hex += digits[b & 0xf];
-  }
+  for (const auto *p = static_cast<const uint8_t *>(bytes); length-- > 0; ++p)
+    hex += std::string(1, "0123456789abcdef"[*p >> 4]) + "0123456789abcdef"[*p & 0xf];
   return hex;
 }
-
-// The bytes written to ber so far (buf to ptr), in hex.
-inline std::string writtenHex(const gsleBerElement *ber) {
-  return hexOf(ber->buf, static_cast<size_t>(ber->ptr - ber->buf));
-}
+inline std::string hexOf(const std::string &bytes) { return hexOf(bytes.data(), bytes.size()); }
 
 // Bytes from hex text; spaces are ignored.
 inline std::string bytesOf(const std::string &hex) {
-  std::string digits;
-  for (char c : hex) {
-    if (c != ' ') digits += c;
-  }
   std::string bytes;
-  for (size_t i = 0; i + 1 < digits.size(); i += 2) {
-    bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+  for (size_t i = 0; i < hex.size(); ++i) {
+    if (hex[i] != ' ') bytes += static_cast<char>(std::stoi(hex.substr(i++, 2), nullptr, 16));
   }
   return bytes;
 }
 
-inline std::string withoutSpaces(const std::string &hex) {
-  return hexOf(bytesOf(hex).data(), bytesOf(hex).size());
-}
-
-// A trace line as the hook received it: level, format, and the arguments
-// shown as text (numbers in decimal, characters and strings as they are).
-struct Trace {
-  uint32_t level;
-  std::string format;
-  std::vector<std::string> args;
-  bool operator==(const Trace &) const = default;
-};
-inline void PrintTo(const Trace &t, std::ostream *os) {
-  *os << t.level << " \"" << t.format << "\"";
-  for (const std::string &a : t.args) *os << " [" << a << "]";
-}
+// A trace line as "<level> <format>[arg]...": numbers in decimal, characters
+// and strings as they are.
+using Traces = std::vector<std::string>;
 
 // Captures every trace line of the process-wide context while alive.
 class TraceCapture {
@@ -68,32 +45,47 @@ class TraceCapture {
     lines().clear();
     EXPECT_EQ(gslutsSetTraceHook(nullptr, record), GSLUF_OK);
   }
-  TraceCapture(const TraceCapture &) = delete;
-  TraceCapture &operator=(const TraceCapture &) = delete;
   ~TraceCapture() { (void)gslutsSetTraceHook(nullptr, nullptr); }
-  static std::vector<Trace> &lines() {
-    static std::vector<Trace> captured;
+  static Traces &lines() {
+    static Traces captured;
     return captured;
   }
 
  private:
   static void record(uint32_t level, const char *format, const gsluArg *args, uint32_t count) {
-    Trace t{level, format, {}};
-    for (uint32_t i = 0; i < count; ++i) {
-      switch (args[i].type) {
-        case GSLUF_ARG_CHAR: t.args.emplace_back(1, static_cast<char>(args[i].value.ch)); break;
-        case GSLUF_ARG_STRING: t.args.emplace_back(args[i].value.text); break;
-        case GSLUF_ARG_INT32_PTR: t.args.push_back(std::to_string(*args[i].value.i32)); break;
-        default: t.args.push_back(std::to_string(*args[i].value.i64)); break;
-      }
+    std::string line = std::to_string(level) + " " + format;
+    for (const gsluArg *a = args; a != args + count; ++a) {
+      line += '[';
+      if (a->type == GSLUF_ARG_CHAR) line += static_cast<char>(a->value.ch);
+      if (a->type == GSLUF_ARG_STRING) line += a->value.text != nullptr ? a->value.text : "(null)";
+      if (a->type == GSLUF_ARG_INT32_PTR) line += std::to_string(*a->value.i32);
+      if (a->type == GSLUF_ARG_INT64_PTR) line += std::to_string(*a->value.i64);
+      line += ']';
     }
-    lines().push_back(t);
+    lines().push_back(line);
   }
 };
 
-// The address a dump shows for p.
-inline std::string addressOf(const void *p) {
-  return std::to_string(reinterpret_cast<uintptr_t>(p));
+// Runs a ber_driver program over requests, one per line: its answers, one
+// per request. It must exit with status 0, which under the sanitizers also
+// means that it leaked nothing.
+inline std::vector<std::string> ask(const char *driver, const std::vector<std::string> &requests) {
+  char path[] = "/tmp/ber_requests_XXXXXX";
+  const int fd = mkstemp(path);
+  for (const std::string &r : requests) EXPECT_GT(write(fd, (r + "\n").data(), r.size() + 1), 0);
+  close(fd);
+  std::vector<std::string> answers;
+  FILE *out = popen((std::string(driver) + " < " + path).c_str(), "r");
+  for (std::string line; out != nullptr && !std::feof(out); line.clear()) {
+    for (int c = std::fgetc(out); c != EOF && c != '\n'; c = std::fgetc(out))
+      line += static_cast<char>(c);
+    if (!line.empty()) answers.push_back(line);
+  }
+  EXPECT_EQ(out != nullptr ? pclose(out) : -1, 0) << driver;
+  unlink(path);
+  EXPECT_EQ(answers.size(), requests.size()) << driver;
+  answers.resize(requests.size());
+  return answers;
 }
 
 }  // namespace qtest

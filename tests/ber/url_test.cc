@@ -1,23 +1,17 @@
-// Tests of ber/url.h and ber/ldap_url.h: every documented URL and the kept
-// oddities in one table, prefix recognition, truncated URLs, allocation
-// failures and the missing core context.
+// LDAP URLs: every documented example and the kept oddities in one table,
+// prefix recognition, truncated URLs, allocation failures, no core context.
 #include "ber/url.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <ostream>
 #include <string>
 #include <vector>
 
-#include "core/output.h"
+#include "tests/ber/ber_test_support.h"
 #include "tests/support/test_allocator.h"
 
 namespace {
-
-// A handle with an allocator but no core context: no context can be had.
-const gsluMemCallbacks kSomeTable = {};
-const gslcClientHandle kNoContext = {nullptr, &kSomeTable, nullptr};
 
 // The text in a heap block of exactly its size, so that the sanitizer build
 // reports any read past its terminator.
@@ -30,23 +24,21 @@ std::vector<char> exactCopy(const char *text, size_t length) {
 // A record as "host|port|dn|attr,attr,|scope given|filter": "-" for a null
 // text and for the default filter.
 std::string describe(const LDAPURLDesc *lud) {
-  auto show = [](const char *s) { return s != nullptr ? std::string(s) : std::string("-"); };
+  if (lud == nullptr) return "";
+  auto show = [](const char *s) { return s != nullptr ? std::string(s) : "-"; };
   std::string attrs = lud->lud_attrs != nullptr ? "" : "-";
   for (char **a = lud->lud_attrs; a != nullptr && *a != nullptr; ++a)
     attrs += std::string(*a) + ",";
-  const bool default_filter = std::strcmp(lud->lud_filter, LDAP_URL_DEFAULT_FILTER) == 0;
   return show(lud->lud_host) + "|" + std::to_string(lud->lud_port) + "|" + show(lud->lud_dn) + "|" +
          attrs + "|" + std::to_string(lud->lud_scope) + " " + std::to_string(lud->lud_scope_given) +
-         "|" + (default_filter ? "-" : lud->lud_filter);
+         "|" + (std::strcmp(lud->lud_filter, LDAP_URL_DEFAULT_FILTER) == 0 ? "-" : lud->lud_filter);
 }
 
 struct UrlCase {
-  const char *name;
-  const char *url;
+  const char *name, *url;
   int result;
-  const char *record;  // describe() of the record when the result is 0
+  const char *record;  // describe() of the record; "" unless the result is 0
 };
-void PrintTo(const UrlCase &c, std::ostream *os) { *os << c.name; }
 
 constexpr int kOk = LDAP_URL_OK;
 const UrlCase kUrlCases[] = {
@@ -66,6 +58,10 @@ const UrlCase kUrlCases[] = {
     {"LdapsEnclosedLabel", "<URL:ldaps://h/o=ex>>", kOk, "h|0|o=ex>|-|0 0|-"},
     {"CloserKeptWhenNotEnclosed", "ldap://h/o=ex>", kOk, "h|0|o=ex>|-|0 0|-"},
     {"EnclosedNoSlash", "<ldap://h>", LDAP_URL_NO_DN_SLASH, ""},
+    {"LabelAnyCase", "<uRl:LdAp://h/>", kOk, "h|0|-|-|0 0|-"},
+    {"LabelWithoutScheme", "<URL:http://h/>", LDAP_URL_NOT_LDAP_URL, ""},
+    {"SchemeCut", "ldaps:/h/", LDAP_URL_NOT_LDAP_URL, ""},
+    {"LabelAfterEnclosing", "URL:<ldap://h/>", LDAP_URL_NOT_LDAP_URL, ""},
     {"NullText", nullptr, LDAP_URL_NOT_LDAP_URL, ""},
     // Hosts and ports: the port is whatever the decimal reading makes of it.
     {"PortWithoutHost", "ldap://:389/", kOk, "-|389|-|-|0 0|-"},
@@ -80,7 +76,8 @@ const UrlCase kUrlCases[] = {
     {"EscapedSeparators", "ldap://h%3a1/o=a%3fb%2F?c%2Cn,m%41il", kOk,
      "h:1|0|o=a?b/|c,n,mAil,|0 0|-"},
     {"TruncatedEscapesKept", "ldap://h%4/o%?a%,b%2?sub?(x=%4", kOk, "h%4|0|o%|a%,b%2,|2 1|(x=%4"},
-    {"EscapeBytes", "ldap:///??\?\?(%C3%a9%2541%zz%7g)", kOk, "-|0|-|-|0 0|(\xc3\xa9%41S\x80)"},
+    {"EscapeBytes", "ldap:///??\?\?(%C3%a9%2541%zz%7g%FF)", kOk,
+     "-|0|-|-|0 0|(\xc3\xa9%41S\x80\xff)"},
     {"AttrsEmptyNames", "ldap://h/?cn,,mail,", kOk, "h|0|-|cn,,mail,,|0 0|-"},
     // Scopes in any case, taken as written; filters keep later "?".
     {"ScopeBaseMixedCase", "ldap://h/o?cn?BaSe", kOk, "h|0|o|cn,|0 1|-"},
@@ -99,89 +96,49 @@ TEST_P(UrlParseTest, GivesTheDocumentedRecord) {
   const UrlCase &c = GetParam();
   qtest::TestAllocator::Scope allocator;
   const std::vector<char> text =
-      c.url != nullptr ? exactCopy(c.url, std::strlen(c.url)) : std::vector<char>{};
-  LDAPURLDesc stale{};
-  LDAPURLDesc *lud = &stale;
-  LDAPURLDesc *twin = &stale;
-  ASSERT_EQ(ldap_url_parse(c.url != nullptr ? text.data() : nullptr, &lud), c.result);
-  ASSERT_EQ(vsx_ldap_url_parse(c.url != nullptr ? text.data() : nullptr, &twin), c.result);
-  if (c.result == kOk) {
+      exactCopy(c.url != nullptr ? c.url : "", c.url != nullptr ? std::strlen(c.url) : 0);
+  EXPECT_EQ(ldap_is_ldap_url(text.data()), c.url != nullptr && c.result != LDAP_URL_NOT_LDAP_URL);
+  EXPECT_EQ(vsx_ldap_is_ldap_url(text.data()), ldap_is_ldap_url(text.data()));
+  for (auto parse : {ldap_url_parse, vsx_ldap_url_parse}) {
+    LDAPURLDesc stale{}, *lud = &stale;
+    ASSERT_EQ(parse(c.url != nullptr ? text.data() : nullptr, &lud), c.result);
     EXPECT_EQ(describe(lud), c.record);
-    EXPECT_EQ(describe(twin), c.record);
-  } else {
-    EXPECT_EQ(lud, nullptr);
-    EXPECT_EQ(twin, nullptr);
+    (parse == ldap_url_parse ? ldap_free_urldesc : vsx_ldap_free_urldesc)(lud);
   }
-  ldap_free_urldesc(lud);
-  vsx_ldap_free_urldesc(twin);
   EXPECT_EQ(qtest::TestAllocator::live, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Urls, UrlParseTest, ::testing::ValuesIn(kUrlCases),
                          [](const auto &info) { return std::string(info.param.name); });
 
-// Prefix recognition: the answer, the enclosed flag and how far the text
-// moved; the exported questions agree.
-struct PrefixCase {
-  const char *text;
-  int answer;
-  int32_t enclosed;
-  size_t skipped;
-};
-
-TEST(UrlTest, PrefixIsRecognisedInAnyCaseAndSkipped) {
-  const PrefixCase cases[] = {
-      {"LDAPS://h", 1, 0, 8},    {"<uRl:LdAp://", 1, 1, 12},
-      {"<URL:http://", 0, 1, 0}, {"ldap:/", 0, 0, 0},
-      {"ldaps:/", 0, 0, 0},      {"URL:<ldap://", 0, 0, 0},
-      {"<<ldap://", 0, 1, 0},    {"", 0, 0, 0},
-  };
-  for (const PrefixCase &c : cases) {
-    const std::vector<char> text = exactCopy(c.text, std::strlen(c.text));
-    const char *p = text.data();
-    int32_t enclosed = -1;
-    EXPECT_EQ(gslcurs_SkipUrlPrefix(nullptr, &p, &enclosed), c.answer) << c.text;
-    EXPECT_EQ(enclosed, c.enclosed) << c.text;
-    EXPECT_EQ(static_cast<size_t>(p - text.data()), c.skipped) << c.text;
-    EXPECT_EQ(ldap_is_ldap_url(text.data()), c.answer) << c.text;
-    EXPECT_EQ(vsx_ldap_is_ldap_url(text.data()), c.answer) << c.text;
-  }
-}
-
-// Null arguments, and no core context: 89 except for the yes/no question.
-TEST(UrlTest, NullArgumentsAndMissingContext) {
+// Null arguments, the trace of each parse, and no core context: 89 except
+// for the yes/no question.
+TEST(UrlTest, NullArgumentsTraceAndMissingContext) {
+  const gsluMemCallbacks some_table = {};
+  const gslcClientHandle no_context = {nullptr, &some_table, nullptr};
   const char *text = "ldap://h/o";
-  LDAPURLDesc *lud = nullptr;
+  LDAPURLDesc stale{}, *lud = &stale;
   EXPECT_EQ(ldap_is_ldap_url(nullptr), 0);
-  EXPECT_EQ(gslcurp_LdapUrlParse(nullptr, text, nullptr), GSLCUR_NULL_ARG);
   EXPECT_EQ(gslcurf_LdapFreeUrldesc(nullptr, nullptr), GSLCUR_OK);
-  EXPECT_EQ(gslcurs_SkipUrlPrefix(&kNoContext, &text, nullptr), GSLCUR_NO_CONTEXT);
-  EXPECT_EQ(gslcurp_LdapUrlParse(&kNoContext, text, &lud), GSLCUR_NO_CONTEXT);
-  EXPECT_EQ(gslcurf_LdapFreeUrldesc(&kNoContext, nullptr), GSLCUR_NO_CONTEXT);
-  EXPECT_EQ(gslcuri_IsLdapUrl(&kNoContext, text), 0);
+  {
+    qtest::TraceCapture capture;
+    EXPECT_EQ(gslcurp_LdapUrlParse(nullptr, "http://x", nullptr), GSLCUR_NULL_ARG);
+    EXPECT_EQ(capture.lines(), (qtest::Traces{"16777216 ldap_url_parse(%s)\n[http://x]"}));
+  }
+  EXPECT_EQ(gslcurs_SkipUrlPrefix(&no_context, &text, nullptr), GSLCUR_NO_CONTEXT);
+  EXPECT_EQ(gslcurp_LdapUrlParse(&no_context, text, &lud), GSLCUR_NO_CONTEXT);
+  EXPECT_EQ(lud, nullptr);
+  EXPECT_EQ(gslcurf_LdapFreeUrldesc(&no_context, nullptr), GSLCUR_NO_CONTEXT);
+  EXPECT_EQ(gslcuri_IsLdapUrl(&no_context, text), 0);
 }
 
-void recordTrace(uint32_t level, const char *format, const gsluArg *args, uint32_t count) {
-  ASSERT_EQ(count, 1u);
-  EXPECT_EQ(level, static_cast<uint32_t>(GSLCUR_TRACE_LEVEL));
-  EXPECT_EQ(std::string(format) + args[0].value.text, "ldap_url_parse(%s)\nhttp://x");
-}
-
-TEST(UrlTest, ParseTracesItsUrl) {
-  ASSERT_EQ(gslutsSetTraceHook(nullptr, recordTrace), 0);
-  LDAPURLDesc *lud = nullptr;
-  EXPECT_EQ(ldap_url_parse("http://x", &lud), LDAP_URL_NOT_LDAP_URL);
-  ASSERT_EQ(gslutsSetTraceHook(nullptr, nullptr), 0);
-}
-
-// Every prefix of valid URLs, each in a block of exactly its size: nothing
-// is read past the terminator, "no URL" is what ldap_is_ldap_url refuses,
-// and nothing is left behind.
+// Every prefix of the valid URLs, each in a block of exactly its size:
+// nothing is read past the terminator, "no URL" is what ldap_is_ldap_url
+// refuses, and nothing is left behind.
 TEST(UrlTest, EveryTruncatedPrefixParsesWithinItsText) {
   qtest::TestAllocator::Scope allocator;
   for (const UrlCase &c : kUrlCases) {
-    if (c.url == nullptr || c.result != kOk) continue;
-    for (size_t n = 0; n <= std::strlen(c.url); ++n) {
+    for (size_t n = 0; c.result == kOk && n <= std::strlen(c.url); ++n) {
       const std::vector<char> text = exactCopy(c.url, n);
       LDAPURLDesc *lud = nullptr;
       const int st = ldap_url_parse(text.data(), &lud);
@@ -196,11 +153,9 @@ TEST(UrlTest, EveryTruncatedPrefixParsesWithinItsText) {
 // Failing every allocation from the first, then from the second, ...: 4
 // and nothing left allocated, until the record comes out whole.
 TEST(UrlTest, AllocationFailuresAreReportedWithoutLeaks) {
-  const char *const urls[] = {
-      "<URL:ldap://h:1/o=ex?cn,mail?sub?(cn=a%20b)>",
-      "ldap://h/o=ex??sub?(cn=a)",  // the filter's copy is the last allocation
-  };
-  for (const char *url : urls) {
+  // In the second, the filter's copy is the last allocation.
+  for (const char *url :
+       {"<URL:ldap://h:1/o=ex?cn,mail?sub?(cn=a%20b)>", "ldap://h/o=ex??sub?(cn=a)"}) {
     LDAPURLDesc *lud = nullptr;
     ASSERT_EQ(ldap_url_parse(url, &lud), kOk);
     const std::string whole = describe(lud);
@@ -210,8 +165,7 @@ TEST(UrlTest, AllocationFailuresAreReportedWithoutLeaks) {
     for (size_t budget = 0; st == LDAP_URL_NO_MEMORY && budget < 16; ++budget) {
       qtest::TestAllocator::budget = budget;
       st = ldap_url_parse(url, &lud);
-      EXPECT_EQ(lud != nullptr ? describe(lud) : "", st == kOk ? whole : "")
-          << url << " budget " << budget;
+      EXPECT_EQ(describe(lud), st == kOk ? whole : "") << url << " budget " << budget;
       ldap_free_urldesc(lud);
       EXPECT_EQ(qtest::TestAllocator::live, 0) << url << " budget " << budget;
     }
