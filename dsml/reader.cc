@@ -240,6 +240,17 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
              : GSLXDV_FAILED;
 }
 
+// Creates the attribute of an attr element; a refused name is its own
+// failure. The name is checked by the same call that creates the
+// attribute, which keeps the verdict, so it is looked at once.
+[[nodiscard]] int createNamedAttribute(GslxdvStateMachine *m, const char *name) {
+  switch (gslcleccaCreateCheckedAttribute(nullptr, name, GSLCLE_VALUES_BINARY, &m->attribute)) {
+    case GSLCLE_OK: return GSLXDV_OK;
+    case GSLCLEGAL_REFUSED: return GSLXDV_REFUSED_NAME;
+    default: return GSLXDV_FAILED;
+  }
+}
+
 [[nodiscard]] int performAction(GslxdvStateMachine *m, Action action, const xmlattrs *attributes) {
   switch (action) {
     case Action::kNone: return GSLXDV_OK;
@@ -253,8 +264,7 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
       // "dn", "changetype", "control") fails the whole document. Writing
       // the record without it, or with the name altered, would hand a
       // directory server an entry the document did not describe.
-      if (gslclecnCheckAttrName(name) != GSLCLEGAL_OK) return GSLXDV_REFUSED_NAME;
-      return createAttribute(m, name);
+      return createNamedAttribute(m, name);
     }
     case Action::kMarkBase64:
       // Deliberate: only ever set here and cleared by the value's first text.
@@ -575,10 +585,10 @@ int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine) {
 
 const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {
   const uint32_t count = numAttributes(attributes);
+  // The names asked for are the reader's own, in lower-case ASCII.
+  const std::string_view wanted = count != 0 ? name : "";
   for (uint32_t i = 0; i < count; ++i) {
     const xmlattr *attribute = getAttributeIndex(attributes, i);
-    // The names asked for are the reader's own, in lower-case ASCII.
-    const std::string_view wanted = name;
     if (matchName(nullptr, getAttrLocal(attribute), 1, [wanted](std::size_t) { return wanted; }) ==
         0) {
       return getAttrValue(attribute);

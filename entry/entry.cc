@@ -9,6 +9,7 @@
 #include "core/owned.h"
 #include "entry/entry_internal.h"
 #include "entry/ldif_line_internal.h"
+#include "entry/ldif_record.h"
 #include "util/strings.h"
 
 namespace {
@@ -202,6 +203,32 @@ int releaseAttribute(gsluctx *core, void *attribute) {
   return gslcledaDestLDAPAttr(core, static_cast<LDAPAttribute *>(attribute));
 }
 
+// gslcleclaCreateLDAPAttribute with the verdict on the name already taken
+// (checkedAttributeNameLength's result; ignored for a null name).
+[[nodiscard]] int createAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
+                                  int64_t checked, LDAPAttribute **attribute) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (name == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
+  *attribute = nullptr;
+  // Only the low 8 bits name the kind; the rest of the word is not looked at.
+  const auto kind = static_cast<uint8_t>(value_kind & 0xff);
+  if (kind != GSLCLE_VALUES_TEXT && kind != GSLCLE_VALUES_BINARY) return GSLCLE_BAD_VALUE_KIND;
+  if (name[0] == '\0') return GSLCLE_EMPTY_NAME;
+  const size_t name_length = checked >= 0 ? static_cast<size_t>(checked) : std::strlen(name);
+  Owned<LDAPAttribute> record =
+      allocateRecordWithTail<LDAPAttribute>(core, kVerdictSize + uint64_t{name_length} + 1);
+  if (record == nullptr) return GSLCLE_NO_MEMORY;
+  *record = LDAPAttribute{};
+  std::memcpy(tailOf(record.get()), &checked, kVerdictSize);
+  record->name = nameBehind(record.get());
+  std::memcpy(record->name, name, name_length + 1);
+  record->value_kind = kind;
+  record->change_type = GSLCLE_ATTR_ADD;
+  *attribute = record.release();
+  return GSLCLE_OK;
+}
+
 }  // namespace
 
 namespace gslu::entry {
@@ -373,29 +400,20 @@ int gslclesdoSetDeleteOldRdn(const gslcClientHandle *ctx, LDAPEntry *entry, int 
 
 int gslcleclaCreateLDAPAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
                                  LDAPAttribute **attribute) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (name == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
-  *attribute = nullptr;
-  // Only the low 8 bits name the kind; the rest of the word is not looked at.
-  const auto kind = static_cast<uint8_t>(value_kind & 0xff);
-  if (kind != GSLCLE_VALUES_TEXT && kind != GSLCLE_VALUES_BINARY) return GSLCLE_BAD_VALUE_KIND;
-  if (name[0] == '\0') return GSLCLE_EMPTY_NAME;
   // The verdict on the name for LDIF is taken here, once (entry_internal.h);
   // it also gives the length of every name a record may bear.
+  const int64_t checked = name != nullptr ? gslu::ldif::checkedAttributeNameLength(name) : -1;
+  return createAttribute(ctx, name, value_kind, checked, attribute);
+}
+
+int gslcleccaCreateCheckedAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
+                                    LDAPAttribute **attribute) {
   const int64_t checked = gslu::ldif::checkedAttributeNameLength(name);
-  const size_t name_length = checked >= 0 ? static_cast<size_t>(checked) : std::strlen(name);
-  Owned<LDAPAttribute> record =
-      allocateRecordWithTail<LDAPAttribute>(core, kVerdictSize + uint64_t{name_length} + 1);
-  if (record == nullptr) return GSLCLE_NO_MEMORY;
-  *record = LDAPAttribute{};
-  std::memcpy(tailOf(record.get()), &checked, kVerdictSize);
-  record->name = nameBehind(record.get());
-  std::memcpy(record->name, name, name_length + 1);
-  record->value_kind = kind;
-  record->change_type = GSLCLE_ATTR_ADD;
-  *attribute = record.release();
-  return GSLCLE_OK;
+  if (checked < 0) {
+    if (attribute != nullptr) *attribute = nullptr;
+    return GSLCLEGAL_REFUSED;
+  }
+  return createAttribute(ctx, name, value_kind, checked, attribute);
 }
 
 void gslcledaDestroyLDAPAttribute(const gslcClientHandle *ctx, LDAPAttribute *attribute) {

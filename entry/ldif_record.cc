@@ -1,8 +1,10 @@
-// entry/ldif_record.cc - LDIF records of whole entries. The same walk over
-// an entry runs twice: the sizing pass decides each value's form, checks
-// each name and adds up the sizes; the writing pass takes those decisions
-// and writes into one block of exactly that size, so no line needs a block
-// of its own and no value is looked at twice.
+// entry/ldif_record.cc - LDIF records of whole entries. A record that fits
+// a buffer on the stack is written there in one walk over the entry, each
+// value decided as it is written, and copied into a block of its exact
+// size. Otherwise the same walk runs twice: the sizing pass decides each
+// value's form, checks each name and adds up the sizes; the writing pass
+// takes those decisions and writes into one block of exactly that size. So
+// no line needs a block of its own and no value is looked at twice.
 #include "entry/ldif_record.h"
 
 #include <algorithm>
@@ -206,6 +208,65 @@ class WriteSink {
   bool converts_;
 };
 
+// The single pass used whenever it can be: decides and writes each line at
+// once into a buffer on the stack, so no value is looked at twice and no
+// decision is kept; the text is then copied into a block of its exact size.
+// A record that outgrows the buffer is left to the two passes above, as is
+// every record of a context that converts output (its lines' sizes are
+// known only once converted).
+class StackSink {
+ public:
+  StackSink(char *buffer, size_t size) : buffer_(buffer), size_(size) {}
+  void text(std::string_view s) {
+    if (!reserve(s.size())) return;
+    std::memcpy(buffer_ + used_, s.data(), s.size());
+    used_ += s.size();
+  }
+  // The attribute's name; a name gslclecnCheckAttrName refuses refuses the
+  // whole record, whether or not the record fits.
+  [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
+    const int64_t n = gslu::entry::checkedNameLengthOf(a);
+    if (n < 0) refused_ = true;
+    return {a->name, n < 0 ? 0 : static_cast<size_t>(n)};
+  }
+  void line(std::string_view type, const char *value, uint32_t length) {
+    const Form form = gslu::ldif::chooseForm(value, length);
+    if (!reserve(gslu::ldif::lineSize(type.size(), form.base64, form.shown))) return;
+    const char *end = gslu::ldif::writeLine(buffer_ + used_, type, value, form.shown, form.base64);
+    used_ = static_cast<size_t>(end - buffer_);
+  }
+  [[nodiscard]] bool refused() const { return refused_; }
+  [[nodiscard]] bool overflowed() const { return overflowed_; }
+  [[nodiscard]] std::string_view written() const { return {buffer_, used_}; }
+
+ private:
+  // Room for n more bytes; once a piece did not fit, nothing more is
+  // written, as the record goes to the two passes.
+  [[nodiscard]] bool reserve(uint64_t n) {
+    if (!overflowed_ && n > size_ - used_) overflowed_ = true;
+    return !overflowed_;
+  }
+
+  char *buffer_;
+  size_t size_;
+  size_t used_ = 0;
+  bool refused_ = false;
+  bool overflowed_ = false;
+};
+
+// Records up to this size, nearly all of them, are written in one pass.
+constexpr size_t kStackRecordBytes = 16 * 1024;
+
+// A fresh block holding text and a NUL, or null when it cannot be had.
+[[nodiscard]] char *copyToBlock(gsluctx *core, std::string_view text) {
+  // The buffer's size keeps text + 1 far below the allocator's 32-bit limit.
+  auto *block = static_cast<char *>(gslummMalloc(core, static_cast<uint32_t>(text.size() + 1)));
+  if (block == nullptr) return nullptr;
+  std::memcpy(block, text.data(), text.size());
+  block[text.size()] = '\0';
+  return block;
+}
+
 // Walks an entry's attributes in the order they were added.
 template <class Fn>
 void forEachAttribute(const LDAPEntry *entry, Fn fn) {
@@ -348,11 +409,22 @@ struct Rendered {
   bool refused;  // a name that gslclecnCheckAttrName refuses
 };
 
-// Sizes, then writes, what put() lays out, each value decided once. No text
+// Writes what put() lays out in one pass when it fits the stack buffer,
+// else sizes it, then writes it, each value decided once. No text
 // when there is nothing (and empty text is not wanted), when a name is
 // refused or when the text cannot be allocated.
 template <class Put>
 [[nodiscard]] Rendered render(gsluctx *core, bool empty_is_null, Put put) {
+  if (!gslu::convertsOutput(core)) {
+    char buffer[kStackRecordBytes];  // not zeroed: only what was written is read
+    StackSink one(buffer, sizeof buffer);
+    put(one);
+    if (one.refused()) return {nullptr, true};
+    if (!one.overflowed()) {
+      if (one.written().empty() && empty_is_null) return {nullptr, false};
+      return {copyToBlock(core, one.written()), false};
+    }
+  }
   Decisions decisions;
   SizeSink size(decisions);
   put(size);

@@ -68,6 +68,15 @@ enum {
  * or turn a content record into a change record. A null name is refused. */
 int gslclecnCheckAttrName(const char *name);
 
+/* gslclecnCheckAttrName, then, for a name it accepts,
+ * gslcleclaCreateLDAPAttribute, with the name looked at once for both (the
+ * reader creates every attribute this way). GSLCLEGAL_REFUSED, *attribute
+ * cleared and nothing allocated, for a refused name (a null one included);
+ * otherwise gslcleclaCreateLDAPAttribute's status, which is never
+ * GSLCLEGAL_REFUSED. */
+int gslcleccaCreateCheckedAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
+                                    LDAPAttribute **attribute);
+
 /* Renders entry as one LDIF record into *text (cleared first). Unlike the
  * string builders below, a record that cannot be allocated whole is
  * reported (5) rather than cut to its "dn:" line, so no entry is ever

@@ -185,7 +185,46 @@ TEST_P(NameTest, RefusesOnlyNamesThatChangeTheRecordStructure) {
   }
 }
 
+// Creating through the check gives what the check and then the plain
+// creation give: a refused name allocates nothing, an accepted one is an
+// attribute like any other.
+TEST_P(NameTest, CheckedCreationRefusesWhatTheCheckRefuses) {
+  const NameCase &c = GetParam();
+  qtest::TestAllocator::Scope allocator;
+  LDAPAttribute *a = reinterpret_cast<LDAPAttribute *>(1);
+  EXPECT_EQ(gslcleccaCreateCheckedAttribute(nullptr, c.name, GSLCLE_VALUES_BINARY, &a), c.expected);
+  if (c.expected != GSLCLEGAL_OK) {
+    EXPECT_EQ(a, nullptr);
+    EXPECT_TRUE(qtest::TestAllocator::sizes.empty());
+    return;
+  }
+  ASSERT_NE(a, nullptr);
+  EXPECT_STREQ(a->name, c.name);
+  EXPECT_EQ(a->value_kind, GSLCLE_VALUES_BINARY);
+  EXPECT_EQ(a->change_type, GSLCLE_ATTR_ADD);
+  char *lines = gslcleGetAttrAsLDIF(nullptr, a, GSLCLE_LDIF_NO_HEADER);
+  EXPECT_EQ(lines, std::string(c.name) + ": \n");
+  gslumfFree(nullptr, lines);
+  gslcledaDestroyLDAPAttribute(nullptr, a);
+}
+
 INSTANTIATE_TEST_SUITE_P(Names, NameTest, ::testing::ValuesIn(kNames));
+
+// The plain creation's own refusals stay: an empty name, a bad kind, no
+// memory.
+TEST(CheckedCreation, KeepsThePlainCreationsStatuses) {
+  LDAPAttribute *a = nullptr;
+  EXPECT_EQ(gslcleccaCreateCheckedAttribute(nullptr, "", GSLCLE_VALUES_BINARY, &a),
+            GSLCLE_EMPTY_NAME);
+  EXPECT_EQ(gslcleccaCreateCheckedAttribute(nullptr, "cn", 1, &a), GSLCLE_BAD_VALUE_KIND);
+  EXPECT_EQ(gslcleccaCreateCheckedAttribute(nullptr, nullptr, GSLCLE_VALUES_BINARY, &a),
+            GSLCLEGAL_REFUSED);
+  qtest::TestAllocator::Scope allocator;
+  qtest::TestAllocator::budget = 0;
+  EXPECT_EQ(gslcleccaCreateCheckedAttribute(nullptr, "cn", GSLCLE_VALUES_BINARY, &a),
+            GSLCLE_NO_MEMORY);
+  EXPECT_EQ(a, nullptr);
+}
 
 // The verdict on a name is taken when the attribute is created; a record
 // given another name afterwards has that name checked as it stands.
