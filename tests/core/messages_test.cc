@@ -58,44 +58,32 @@ TEST(Messages, ContextWithoutHandlesGivesTheFixedTexts) {
 
 // Catalogue files that must be refused, each naming its bad line (or the
 // file, when there is none).
-struct BadCatalogue {
-  const char *content;
-  const char *where;
-};
-
-void PrintTo(const BadCatalogue &c, std::ostream *os) { *os << "refused at " << c.where; }
-
-class BadCatalogueTest : public ::testing::TestWithParam<BadCatalogue> {};
-
-TEST_P(BadCatalogueTest, IsRefusedWithItsLineNumber) {
-  TempDir dir;
-  if (GetParam().content != nullptr) dir.write("ldap.msg", GetParam().content);
+TEST(Catalogue, BadFilesAreRefusedWithTheirLineNumber) {
+  const std::pair<const char *, const char *> cases[] = {
+      // content, where
+      {nullptr, "/ldap.msg"},
+      {"text without number\n", "ldap.msg:1:"},
+      {"# c\n\n 12 indented\n", "ldap.msg:3:"},
+      {"12\n", "ldap.msg:1:"},
+      {"12   \n", "ldap.msg:1:"},
+      {"12x text\n", "ldap.msg:1:"},
+      {"0 zero\n", "ldap.msg:1:"},
+      {"4294967296 too big\n", "ldap.msg:1:"},
+      {"1 a\n2 b\n1 again\n", "ldap.msg:3:"},
+      {"1 bad \\q escape\n", "ldap.msg:1:"},
+      {"1 trailing backslash\\\n", "ldap.msg:1:"}};
   gslu::Language utf8{};
   gslu::languageDefaultUtf8(&utf8);
-  gslu::MessageHandle h{};
-  gslu::MsgWhy why{};
-  EXPECT_FALSE(gslu::msgOpen(&h, nullptr, dir.path().c_str(), "ldap", utf8, &why));
-  EXPECT_NE(std::strstr(why.text, GetParam().where), nullptr) << why.text;
-  EXPECT_EQ(h.catalog, nullptr);
+  for (const auto &[content, where] : cases) {
+    TempDir dir;
+    if (content != nullptr) dir.write("ldap.msg", content);
+    gslu::MessageHandle h{};
+    gslu::MsgWhy why{};
+    EXPECT_FALSE(gslu::msgOpen(&h, nullptr, dir.path().c_str(), "ldap", utf8, &why)) << where;
+    EXPECT_NE(std::strstr(why.text, where), nullptr) << why.text;
+    EXPECT_EQ(h.catalog, nullptr);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Lines, BadCatalogueTest,
-    ::testing::Values(BadCatalogue{nullptr, "/ldap.msg"},
-                      BadCatalogue{"text without number\n", "ldap.msg:1:"},
-                      BadCatalogue{"# c\n\n 12 indented\n", "ldap.msg:3:"},
-                      BadCatalogue{"12\n", "ldap.msg:1:"}, BadCatalogue{"12   \n", "ldap.msg:1:"},
-                      BadCatalogue{"12x text\n", "ldap.msg:1:"},
-                      BadCatalogue{"0 zero\n", "ldap.msg:1:"},
-                      BadCatalogue{"4294967296 too big\n", "ldap.msg:1:"},
-                      BadCatalogue{"1 a\n2 b\n1 again\n", "ldap.msg:3:"},
-                      BadCatalogue{"1 bad \\q escape\n", "ldap.msg:1:"},
-                      BadCatalogue{"1 trailing backslash\\\n", "ldap.msg:1:"}));
-
-struct Lookup {
-  uint32_t number;
-  const char *text;
-};
 
 TEST(Catalogue, EscapesCommentsAndOutputCharacterSet) {
   TempDir dir;
@@ -112,9 +100,11 @@ TEST(Catalogue, EscapesCommentsAndOutputCharacterSet) {
   gslu::MsgWhy why{};
   ASSERT_TRUE(gslu::msgOpen(&h, nullptr, dir.path().c_str(), "ldap", utf8, &why)) << why.text;
   ASSERT_TRUE(gslu::msgSetBuffer(&h, buf, sizeof buf) && gslu::msgBind(&h));
-  for (const Lookup &l : {Lookup{7, "Tab\tand\nnewline\\ end"}, Lookup{4294967295u, "largest"},
-                          Lookup{8, "Z\xc3\xbcrich \xe2\x82\xac"}}) {
-    EXPECT_STREQ(gslu::msgLookup(&h, l.number), l.text);
+  for (const auto &[number, text] :
+       {std::pair<uint32_t, const char *>{7, "Tab\tand\nnewline\\ end"},
+        {4294967295u, "largest"},
+        {8, "Z\xc3\xbcrich \xe2\x82\xac"}}) {
+    EXPECT_STREQ(gslu::msgLookup(&h, number), text);
     EXPECT_EQ(h.error, 0u);
   }
   (void)gslu::msgLookup(&h, 9);

@@ -19,16 +19,20 @@ using gslu::poolMalloc;
 using gslu::poolOwns;
 using gslu::poolRealloc;
 
+// A freed block serves the next request of its class, zeroed when asked.
 TEST(Pool, AFreedBlockServesTheNextRequestOfItsClass) {
-  void *a = poolMalloc(nullptr, 24);
-  ASSERT_NE(a, nullptr);
-  EXPECT_TRUE(poolOwns(a));
+  auto *a = static_cast<unsigned char *>(poolMalloc(nullptr, 24));
+  ASSERT_TRUE(poolOwns(a));
+  std::memset(a, 0xff, 24);
   poolFree(nullptr, a);
-  EXPECT_EQ(poolMalloc(nullptr, 32), a);  // 17 to 32 bytes: one class
   void *other = poolMalloc(nullptr, 33);
+  auto *z = static_cast<unsigned char *>(poolCalloc(nullptr, 4, 8));  // 17 to 32 bytes: one class
+  EXPECT_EQ(z, a);
   EXPECT_NE(other, a);
+  for (int i = 0; i < 32; ++i) EXPECT_EQ(z[i], 0) << i;
   poolFree(nullptr, other);
-  poolFree(nullptr, a);
+  poolFree(nullptr, z);
+  EXPECT_EQ(poolCalloc(nullptr, 0x10000, 0x10000), nullptr);  // count * size overflows
 }
 
 TEST(Pool, LargeAndForeignBlocksBelongToTheCLibrary) {
@@ -47,44 +51,29 @@ TEST(Pool, ResizesKeepTheContent) {
   auto *p = static_cast<char *>(poolMalloc(nullptr, 20));
   std::memcpy(p, "0123456789abcdefghi", 20);
   EXPECT_EQ(poolRealloc(nullptr, 32, p, 20), p);  // still fits its block
-  auto *q = static_cast<char *>(poolRealloc(nullptr, 100, p, 32));
-  ASSERT_NE(q, nullptr);
-  EXPECT_STREQ(q, "0123456789abcdefghi");
-  auto *r = static_cast<char *>(poolRealloc(nullptr, 4000, q, 100));  // now a large block
-  ASSERT_NE(r, nullptr);
-  EXPECT_FALSE(poolOwns(r));
-  EXPECT_STREQ(r, "0123456789abcdefghi");
-  r = static_cast<char *>(poolRealloc(nullptr, 8000, r, 4000));  // the C library resizes it
-  EXPECT_STREQ(r, "0123456789abcdefghi");
-  EXPECT_EQ(poolRealloc(nullptr, 0, r, 8000), nullptr);  // fails; r is still the caller's
-  poolFree(nullptr, r);
+  char *q = p;
+  // Another class, then a large block, then the C library resizes it.
+  for (auto [size, old] : {std::pair{100u, 32u}, {4000u, 100u}, {8000u, 4000u}}) {
+    q = static_cast<char *>(poolRealloc(nullptr, size, q, old));
+    ASSERT_NE(q, nullptr);
+    EXPECT_STREQ(q, "0123456789abcdefghi");
+  }
+  EXPECT_FALSE(poolOwns(q));
+  EXPECT_EQ(poolRealloc(nullptr, 0, q, 8000), nullptr);  // fails; q is still the caller's
+  poolFree(nullptr, q);
   void *fresh = poolRealloc(nullptr, 8, nullptr, 0);
   EXPECT_TRUE(poolOwns(fresh));
   poolFree(nullptr, fresh);
 }
 
-TEST(Pool, ZeroedBlocksAreZeroEvenWhenReused) {
-  auto *p = static_cast<unsigned char *>(poolMalloc(nullptr, 48));
-  std::memset(p, 0xff, 48);
-  poolFree(nullptr, p);
-  auto *z = static_cast<unsigned char *>(poolCalloc(nullptr, 6, 8));
-  ASSERT_EQ(z, p);
-  for (int i = 0; i < 48; ++i) EXPECT_EQ(z[i], 0) << i;
-  poolFree(nullptr, z);
-  EXPECT_EQ(poolCalloc(nullptr, 0x10000, 0x10000), nullptr);  // count * size overflows
-}
-
 TEST(Pool, ManySlabsStayDistinctAndOwned) {
   std::vector<void *> blocks;
-  std::set<void *> distinct;
   for (int i = 0; i < 20000; ++i) {  // several slabs of each of two classes
-    void *p = poolMalloc(nullptr, i % 2 == 0 ? 16 : 200);
-    ASSERT_NE(p, nullptr);
-    std::memset(p, i & 0xff, 16);
-    blocks.push_back(p);
-    distinct.insert(p);
+    blocks.push_back(poolMalloc(nullptr, i % 2 == 0 ? 16 : 200));
+    ASSERT_NE(blocks.back(), nullptr);
+    std::memset(blocks.back(), i & 0xff, 16);
   }
-  EXPECT_EQ(distinct.size(), blocks.size());
+  EXPECT_EQ(std::set<void *>(blocks.begin(), blocks.end()).size(), blocks.size());
   for (void *p : blocks) {
     EXPECT_TRUE(poolOwns(p));
     poolFree(nullptr, p);

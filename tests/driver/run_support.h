@@ -1,5 +1,6 @@
 // tests/driver/run_support.h - runs the real quillomat binary as a child
-// process and captures what it writes, for the end-to-end suites.
+// process and captures what it writes, for the end-to-end suites; and what
+// the suites share.
 #ifndef QUILLOMAT_TESTS_DRIVER_RUN_SUPPORT_H
 #define QUILLOMAT_TESTS_DRIVER_RUN_SUPPORT_H
 
@@ -65,6 +66,18 @@ inline std::string entry(const std::string &cn) {
 
 inline std::string record(const std::string &cn) {
   return "dn: cn=" + cn + ",o=ex\ncn: " + cn + "\n\n";
+}
+
+// A directory of locales under dir holding en_US.ISO-8859-1, or "" when
+// localedef cannot build it here (package locales missing).
+inline std::string latin1Locales(const TempDir &dir) {
+  const std::string locales = dir.path() + "/locales";
+  std::filesystem::create_directories(locales);
+  const std::string cmd =
+      "localedef -i en_US -f ISO-8859-1 " + locales + "/en_US.ISO-8859-1 >/dev/null 2>&1";
+  const bool built =
+      std::system(cmd.c_str()) == 0 || std::filesystem::exists(locales + "/en_US.ISO-8859-1");
+  return built ? locales : "";
 }
 
 // Runs quillomat with args and collects its output.
