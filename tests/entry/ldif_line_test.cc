@@ -113,47 +113,23 @@ TEST(LineBlock, SizeFollowsTheFormula) {
   EXPECT_EQ(qtest::TestAllocator::sizes, (std::vector<uint32_t>{420, 10}));
 }
 
-struct BinaryCase {
-  const char *type;
-  int32_t expected;
-};
-
-void PrintTo(const BinaryCase &c, std::ostream *os) {
-  *os << (c.type != nullptr ? c.type : "(null)");
-}
-
-class BinaryTest : public ::testing::TestWithParam<BinaryCase> {};
-
-TEST_P(BinaryTest, Classifies) { EXPECT_EQ(gsldlEIsBinary(GetParam().type), GetParam().expected); }
-
 // Every binary type by its documented spelling, so that a name misspelt in
-// the list is caught.
-INSTANTIATE_TEST_SUITE_P(Names, BinaryTest,
-                         ::testing::Values(BinaryCase{"photo", GSLDL_BINARY},
-                                           BinaryCase{"personalSignature", GSLDL_BINARY},
-                                           BinaryCase{"audio", GSLDL_BINARY},
-                                           BinaryCase{"jpegPhoto", GSLDL_BINARY},
-                                           BinaryCase{"javaSerializedObject", GSLDL_BINARY},
-                                           BinaryCase{"thumbnailPhoto", GSLDL_BINARY},
-                                           BinaryCase{"thumbnailLogo", GSLDL_BINARY},
-                                           BinaryCase{"userCertificate", GSLDL_BINARY},
-                                           BinaryCase{"cACertificate", GSLDL_BINARY},
-                                           BinaryCase{"authorityRevocationList", GSLDL_BINARY},
-                                           BinaryCase{"certificateRevocationList", GSLDL_BINARY},
-                                           BinaryCase{"crossCertificatePair", GSLDL_BINARY},
-                                           BinaryCase{"x500UniqueIdentifier", GSLDL_BINARY}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Forms, BinaryTest,
-    ::testing::Values(BinaryCase{"JPEGPHOTO", GSLDL_BINARY},
-                      BinaryCase{"userCertificate;binary", GSLDL_BINARY},
-                      BinaryCase{"cn;BINARY", GSLDL_BINARY},
-                      BinaryCase{"photography", GSLDL_NOT_BINARY},
-                      BinaryCase{"x;binary;lang-en", GSLDL_NOT_BINARY},
-                      // Only the first ";binary" counts, and it must end the type.
-                      BinaryCase{"x;binary;binary", GSLDL_NOT_BINARY},
-                      BinaryCase{"jpegPhoto;lang-en", GSLDL_NOT_BINARY},
-                      BinaryCase{"", GSLDL_NOT_BINARY}, BinaryCase{nullptr, GSLDL_NOT_BINARY}));
+// the list is caught, and the forms around them.
+TEST(LineType, BinaryTypes) {
+  for (const char *type : {"photo", "personalSignature", "audio", "jpegPhoto",
+                           "javaSerializedObject", "thumbnailPhoto", "thumbnailLogo",
+                           "userCertificate", "cACertificate", "authorityRevocationList",
+                           "certificateRevocationList", "crossCertificatePair",
+                           "x500UniqueIdentifier", "JPEGPHOTO", "userCertificate;binary",
+                           "cn;BINARY"}) {
+    EXPECT_EQ(gsldlEIsBinary(type), GSLDL_BINARY) << type;
+  }
+  // Only the first ";binary" counts, and it must end the type.
+  for (const char *type : {"photography", "x;binary;lang-en", "x;binary;binary",
+                           "jpegPhoto;lang-en", "", static_cast<const char *>(nullptr)}) {
+    EXPECT_EQ(gsldlEIsBinary(type), GSLDL_NOT_BINARY) << (type ? type : "(null)");
+  }
+}
 
 // ---- Folding against the line rules applied one character at a time.
 

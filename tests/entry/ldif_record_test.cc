@@ -187,29 +187,6 @@ TEST_P(NameTest, RefusesOnlyNamesThatChangeTheRecordStructure) {
 
 INSTANTIATE_TEST_SUITE_P(Names, NameTest, ::testing::ValuesIn(kNames));
 
-// The verdict on a name is taken when the attribute is created; a record
-// given another name afterwards has that name checked as it stands.
-TEST(NameTest, ANameReplacedAfterCreationIsCheckedAsItStands) {
-  const std::pair<const char *, const char *> swaps[] = {
-      {"cn", "dn"}, {"dn", "cn"}, {"cn", "c\nn"}};
-  for (const auto &[created, replaced] : swaps) {
-    LDAPEntry *e = makeEntry("o=ex", 0, {{created, kAdd, {"v"}}});
-    auto *a = static_cast<LDAPAttribute *>(e->attributes->head);
-    char *const own = a->name;
-    a->name = const_cast<char *>(replaced);
-    const int expected = gslclecnCheckAttrName(replaced);
-    char *text = nullptr;
-    EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), expected) << created << " -> " << replaced;
-    EXPECT_EQ(text != nullptr, expected == GSLCLEGAL_OK);
-    gslumfFree(nullptr, text);
-    char *lines = gslcleGetAttrAsLDIF(nullptr, a, GSLCLE_LDIF_NO_HEADER);
-    EXPECT_EQ(lines != nullptr, expected == GSLCLEGAL_OK);
-    gslumfFree(nullptr, lines);
-    a->name = own;
-    gslcledeDestroyLDAPEntry(nullptr, e);
-  }
-}
-
 TEST(ModRdnRecord, RenameFieldsWithALineBreakAreRefused) {
   for (const char *field : {"cn=a\ndn: cn=b", "cn=a\r"}) {
     LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GSLCLE_CHANGE_MODRDN, {});
