@@ -91,7 +91,8 @@ const StatusCase kStatusCases[] = {
     // Without a core context nothing else is looked at.
     {"NoContextCreate", [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, {}, {}); },
      GSLCLE_NO_CONTEXT},
-    {"NoContextAdd", [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); },
+    {"NoContextAdd",
+     [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); },
      GSLCLE_NO_CONTEXT},
 };
 
