@@ -49,86 +49,47 @@ struct StatusCase {
   int status;
 };
 
+LDAPEntry *g_entry;
+LDAPAttribute *g_attribute;
+char *g_text;
+char **g_texts;
+
 const StatusCase kStatusCases[] = {
-    {"NullDn",
-     [](World &) {
-       LDAPEntry *e;
-       return gslcleceCreateLDAPEntry(nullptr, nullptr, &e);
-     },
-     GSLCLE_NULL_ARG},
+    {"NullDn", [](World &) { return gslcleceCreateLDAPEntry({}, {}, &g_entry); }, GSLCLE_NULL_ARG},
     {"ChangeTypeZero", [](World &w) { return w.type(0); }, GSLCLE_BAD_CHANGE_TYPE},
-    {"AttrChangeTypeFour", [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 4); },
+    {"ChangeTypeFive", [](World &w) { return w.type(5); }, GSLCLE_BAD_CHANGE_TYPE},
+    {"AttrChangeTypeFour", [](World &w) { return gslclegastSetAttrChangeType({}, w.text, 4); },
      GSLCLE_BAD_CHANGE_TYPE},
-    {"AttrChangeTypeEight",
-     [](World &w) { return gslclegastSetAttrChangeType(nullptr, w.text, 8); },
+    {"AttrChangeTypeEight", [](World &w) { return gslclegastSetAttrChangeType({}, w.text, 8); },
      GSLCLE_BAD_CHANGE_TYPE},
-    {"AddToDeleteEntry",
-     [](World &w) {
-       w.type(GSLCLE_CHANGE_DELETE);
-       return w.add(w.text);
-     },
-     GSLCLE_NOT_APPLICABLE},
-    {"AddToModrdnEntry",
-     [](World &w) {
-       w.type(GSLCLE_CHANGE_MODRDN);
-       return w.add(w.text);
-     },
-     GSLCLE_NOT_APPLICABLE},
-    {"AddToModifyEntry",
-     [](World &w) {
-       w.type(GSLCLE_CHANGE_MODIFY);
-       return w.add(w.text);
-     },
-     GSLCLE_OK},
-    {"KindOne",
-     [](World &) {
-       LDAPAttribute *a;
-       return gslcleclaCreateLDAPAttribute(nullptr, "", 1, &a);
-     },
+    {"AddToDeleteEntry", [](World &w) { return w.type(2) + w.add(w.text); }, GSLCLE_NOT_APPLICABLE},
+    {"AddToModrdnEntry", [](World &w) { return w.type(4) + w.add(w.text); }, GSLCLE_NOT_APPLICABLE},
+    {"AddToModifyEntry", [](World &w) { return w.type(3) + w.add(w.text); }, GSLCLE_OK},
+    {"KindOne", [](World &) { return gslcleclaCreateLDAPAttribute({}, "", 1, &g_attribute); },
      GSLCLE_BAD_VALUE_KIND},
-    {"EmptyName",
-     [](World &) {
-       LDAPAttribute *a;
-       return gslcleclaCreateLDAPAttribute(nullptr, "", 128, &a);
-     },
+    {"EmptyName", [](World &) { return gslcleclaCreateLDAPAttribute({}, "", 128, &g_attribute); },
      GSLCLE_EMPTY_NAME},
-    {"StringToKind128", [](World &w) { return gslcleavAddAttrValue(nullptr, w.binary, "v"); },
+    {"StringToKind128", [](World &w) { return gslcleavAddAttrValue({}, w.binary, "v"); },
      GSLCLE_NOT_APPLICABLE},
-    {"BerValToKind0", [](World &w) { return gslcleabvAddAttrBValue(nullptr, w.text, &kAb); },
+    {"BerValToKind0", [](World &w) { return gslcleabvAddAttrBValue({}, w.text, &kAb); },
      GSLCLE_NOT_APPLICABLE},
-    {"StringsOfKind128",
-     [](World &w) {
-       char **v;
-       return gslclegavGetAttrValues(nullptr, w.binary, &v);
-     },
+    {"StringsOfKind128", [](World &w) { return gslclegavGetAttrValues({}, w.binary, &g_texts); },
      GSLCLE_NOT_APPLICABLE},
-    {"NewRdnOfAddEntry",
-     [](World &w) {
-       char *s;
-       return gslclegnGetNewRDN(nullptr, w.entry, &s);
-     },
+    {"NewRdnOfAddEntry", [](World &w) { return gslclegnGetNewRDN({}, w.entry, &g_text); },
      GSLCLE_NOT_APPLICABLE},
-    {"NullNewRdnBeforeType", [](World &w) { return gslclesnSetNewRDN(nullptr, w.entry, nullptr); },
+    {"NullNewRdnBeforeType", [](World &w) { return gslclesnSetNewRDN({}, w.entry, nullptr); },
      GSLCLE_NULL_ARG},
     {"NullSuperiorAccepted",
-     [](World &w) {
-       w.type(GSLCLE_CHANGE_MODRDN);
-       return gslclesnsSetNewSuperior(nullptr, w.entry, nullptr);
-     },
-     GSLCLE_OK},
+     [](World &w) { return w.type(4) + gslclesnsSetNewSuperior({}, w.entry, nullptr); }, GSLCLE_OK},
     {"OldRdnOfModifyEntry",
-     [](World &w) {
-       w.type(GSLCLE_CHANGE_MODIFY);
-       return gslclesdoSetDeleteOldRdn(nullptr, w.entry, 1);
-     },
+     [](World &w) { return w.type(3) + gslclesdoSetDeleteOldRdn({}, w.entry, 1); },
      GSLCLE_NOT_APPLICABLE},
     {"DestAttrNull", [](World &) { return gslcledaDestLDAPAttr(nullptr, nullptr); },
      GSLCLE_NULL_ARG},
-    {"CompareNull", [](World &w) { return gslcleAttrNameCmpCBF(nullptr, w.text, nullptr); },
+    {"CompareNull", [](World &w) { return gslcleAttrNameCmpCBF({}, w.text, nullptr); },
      GSLCLE_CMP_NULL_ARG},
     // Without a core context nothing else is looked at.
-    {"NoContextCreate",
-     [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, nullptr, nullptr); },
+    {"NoContextCreate", [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, {}, {}); },
      GSLCLE_NO_CONTEXT},
     {"NoContextAdd",
      [](World &w) { return gslcleaaAddLDAPAttribute(&kNoContext, w.entry, w.text); },
@@ -147,14 +108,6 @@ TEST_P(EntryStatusTest, ReturnsTheDocumentedStatus) {
 INSTANTIATE_TEST_SUITE_P(Rules, EntryStatusTest, ::testing::ValuesIn(kStatusCases),
                          [](const auto &info) { return std::string(info.param.name); });
 
-TEST(EntryTest, ChangeTypeBecomesExplicitOnlyWhenSet) {
-  World w;
-  EXPECT_EQ(w.type(9), GSLCLE_BAD_CHANGE_TYPE);
-  EXPECT_EQ(w.entry->explicit_change_type, 0);
-  EXPECT_EQ(w.type(GSLCLE_CHANGE_ADD), GSLCLE_OK);
-  EXPECT_EQ(w.entry->explicit_change_type, 1);
-}
-
 // The getter hands out a copy; a setter whose copy fails keeps null and
 // still reports success, where a getter says it failed.
 TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
@@ -168,8 +121,8 @@ TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
   qtest::TestAllocator::Scope allocator;
   qtest::TestAllocator::budget = 0;
   EXPECT_EQ(gslclesnSetNewRDN(nullptr, w.entry, "cn=c"), GSLCLE_OK);
-  EXPECT_EQ(w.entry->new_rdn, nullptr);
   EXPECT_EQ(gslclegnGetNewRDN(nullptr, w.entry, &rdn), GSLCLE_OK);  // null: nothing to copy
+  EXPECT_EQ(rdn, nullptr);
   EXPECT_EQ(gslclegdGetDN(nullptr, w.entry, &rdn), GSLCLE_NO_MEMORY);
 }
 
@@ -177,16 +130,20 @@ TEST(EntryTest, SetterKeepsNullAndReportsSuccessWhenItsCopyFails) {
 // cursor; lookups ignore case and point into the entry.
 TEST(EntryTest, AttributesKeepOrderAndAreFoundIgnoringCase) {
   World w;
-  LDAPAttribute *found = nullptr;
+  LDAPAttribute *found = &w.text[0], *third = nullptr;
   ASSERT_EQ(gslcleganGetAttributeByName(nullptr, w.entry, "cn", &found), GSLCLE_OK);
   EXPECT_EQ(found, nullptr);  // no attribute list yet
-  LDAPAttribute *const text = w.text;
-  ASSERT_EQ(w.add(w.text), GSLCLE_OK);
-  void *first = nullptr;
-  ASSERT_EQ(gslulsgeGetElementAt(nullptr, w.entry->attributes, 1, 1, &first), GSLULS_OK);
-  ASSERT_EQ(w.add(w.binary), GSLCLE_OK);
-  EXPECT_EQ(w.entry->attributes->head, text);
-  EXPECT_EQ(text->next, w.entry->attributes->tail);
+  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "sn", GSLCLE_VALUES_TEXT, &third), GSLCLE_OK);
+  ASSERT_EQ(w.add(w.text) + w.add(w.binary), GSLCLE_OK);
+  GslulsList *list = nullptr;
+  void *at = nullptr;
+  ASSERT_EQ(gslclegaGetAttributes(nullptr, w.entry, &list), GSLCLE_OK);
+  ASSERT_EQ(gslulsgeGetElementAt(nullptr, list, 1, 1, &at), GSLULS_OK);  // a reader's cursor
+  ASSERT_EQ(w.add(third), GSLCLE_OK);
+  std::string names;
+  for (uint32_t i = 1; gslulsgeGetElementAt(nullptr, list, i, 0, &at) == GSLULS_OK; ++i)
+    names += static_cast<LDAPAttribute *>(at)->name + std::string(" ");
+  EXPECT_EQ(names, "cn photo sn ");
   const std::pair<const char *, const char *> lookups[] = {
       {"CN", "cn"}, {"Photo", "photo"}, {"c", nullptr}};
   for (const auto &[key, name] : lookups) {
@@ -195,7 +152,7 @@ TEST(EntryTest, AttributesKeepOrderAndAreFoundIgnoringCase) {
   }
   uint32_t count = 0;
   ASSERT_EQ(gslclesSize(nullptr, w.entry, &count), GSLCLE_OK);
-  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(count, 3u);
 }
 
 // The array grows by five slots when the count is a multiple of five, each
@@ -233,33 +190,6 @@ TEST_P(GrowthTest, GrowsInStepsOfFiveKeepingOrder) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, GrowthTest,
                          ::testing::Values(GSLCLE_VALUES_TEXT, GSLCLE_VALUES_BINARY));
-
-// A record and what it alone owns (an entry's DN, an attribute's name, a
-// counted value's bytes) share one block; the values array and the
-// attribute list are blocks of their own.
-TEST(EntryBlocks, OneBlockPerEntryAttributeAndValue) {
-  qtest::TestAllocator::Scope allocator;
-  LDAPEntry *e = nullptr;
-  LDAPAttribute *a = nullptr;
-  ASSERT_EQ(gslcleceCreateLDAPEntry(nullptr, "cn=a,o=ex", &e), GSLCLE_OK);
-  ASSERT_EQ(gslcleclaCreateLDAPAttribute(nullptr, "description", GSLCLE_VALUES_BINARY, &a),
-            GSLCLE_OK);
-  EXPECT_EQ(qtest::TestAllocator::calls, 2u);
-  const BERVal values[] = {kAb, {0, nullptr}, {3, const_cast<char *>("a\0b")}, kAb, kAb, kAb, kAb};
-  for (const BERVal &v : values) ASSERT_EQ(gslcleabvAddAttrBValue(nullptr, a, &v), GSLCLE_OK);
-  EXPECT_EQ(qtest::TestAllocator::calls, 2u + 7 + 2);  // seven values, the array twice
-  ASSERT_EQ(gslcleaaAddLDAPAttribute(nullptr, e, a), GSLCLE_OK);
-  EXPECT_EQ(qtest::TestAllocator::calls, 2u + 7 + 2 + 1);  // the list
-  EXPECT_STREQ(e->dn, "cn=a,o=ex");
-  EXPECT_STREQ(a->name, "description");
-  const auto *empty = static_cast<const BERVal *>(a->values[1]);
-  EXPECT_EQ(empty->length, 0u);
-  EXPECT_EQ(empty->bytes, nullptr);
-  const auto *nul = static_cast<const BERVal *>(a->values[2]);
-  EXPECT_EQ(std::string(nul->bytes, nul->length), std::string("a\0b", 3));
-  gslcledeDestroyLDAPEntry(nullptr, e);
-  EXPECT_EQ(qtest::TestAllocator::live, 0);
-}
 
 // Counted bytes are copied by the growth test above; here the edges.
 TEST(BerValTest, NoBytesMakeAnEmptyValueAndNoContextNone) {

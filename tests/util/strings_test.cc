@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstring>
 #include <functional>
+#include <tuple>
 
 #include "core/memory.h"
 #include "tests/support/test_allocator.h"
@@ -37,122 +38,68 @@ std::string take(char *s) {
 
 TEST_F(StringsTest, NullArgumentsWriteAndAllocateNothing) {
   char dst[8] = "keep";
-  const struct {
-    const char *what;
-    std::function<int()> call;
-    int expected;
-  } cases[] = {
-      {"strcpy dst", [&] { return gslusspStrcpy(nullptr, nullptr, "x"); }, GSLUS_NULL_ARG},
-      {"strcpy src", [&] { return gslusspStrcpy(nullptr, dst, nullptr); }, GSLUS_NULL_ARG},
-      {"strncpy src", [&] { return gslussnStrncpy(nullptr, dst, nullptr, 3); }, GSLUS_NULL_ARG},
-      {"strcat src", [&] { return gslusscStrcat(nullptr, dst, nullptr); }, GSLUS_NULL_ARG},
-      {"strncat src", [&] { return gslusscStrncat(nullptr, dst, nullptr, 1); }, GSLUS_NULL_ARG},
-      {"strcmp both", [] { return gsluscmStrcmp(nullptr, nullptr, nullptr); }, GSLUS_CMP_EQUAL},
-      {"strcmp first", [] { return gsluscmStrcmp(nullptr, nullptr, "a"); }, GSLUS_CMP_ONE_NULL},
-      {"strcmp second", [] { return gsluscmStrcmp(nullptr, "a", nullptr); }, GSLUS_CMP_ONE_NULL},
-      {"casecmp first", [] { return gslusicStrcasecmp(nullptr, nullptr, "a"); },
-       GSLUS_CMP_ONE_NULL},
-      {"casecmp second", [] { return gslusicStrcasecmp(nullptr, "a", nullptr); },
-       GSLUS_CMP_ONE_NULL},
-      {"strncmp second", [] { return gsluscmStrncmp(nullptr, "a", nullptr, 1); },
-       GSLUS_CMP_ONE_NULL},
-      {"strlen", [] { return static_cast<int>(gslusslStrlen(nullptr, nullptr)); }, 0},
-      {"sprintf buffer", [] { return gsluspSprintf(nullptr, nullptr, 4, "x"); }, GSLUS_NULL_ARG},
-      {"trim", [] { return gslusTrim(nullptr, nullptr); }, GSLUS_NULL_ARG},
-      {"isstrnum", [] { return gslussiIsStrNum(nullptr, nullptr, nullptr); }, GSLUS_NOT_A_NUMBER},
-      {"class", [] { return static_cast<int>(gslusibIsPrint(nullptr, nullptr)); }, 0},
-      {"strdup", [] { return gslussdStrdup(nullptr, nullptr) == nullptr ? 0 : 1; }, 0},
-      {"strcasedup", [] { return gslussiStrcasedup(nullptr, nullptr) == nullptr ? 0 : 1; }, 0},
+  const std::pair<const char *, std::function<int()>> cases[] = {
+      {"strcpy dst", [&] { return gslusspStrcpy(nullptr, nullptr, "x") - GSLUS_NULL_ARG; }},
+      {"strcpy src", [&] { return gslusspStrcpy(nullptr, dst, nullptr) - GSLUS_NULL_ARG; }},
+      {"strncpy", [&] { return gslussnStrncpy(nullptr, dst, nullptr, 3) - GSLUS_NULL_ARG; }},
+      {"strcat", [&] { return gslusscStrcat(nullptr, dst, nullptr) - GSLUS_NULL_ARG; }},
+      {"strcmp both", [] { return gsluscmStrcmp(nullptr, nullptr, nullptr) - GSLUS_CMP_EQUAL; }},
+      {"strcmp 1st", [] { return gsluscmStrcmp(nullptr, nullptr, "a") - GSLUS_CMP_ONE_NULL; }},
+      {"strcmp 2nd", [] { return gsluscmStrcmp(nullptr, "a", nullptr) - GSLUS_CMP_ONE_NULL; }},
+      {"casecmp", [] { return gslusicStrcasecmp(nullptr, nullptr, "a") - GSLUS_CMP_ONE_NULL; }},
+      {"strlen", [] { return static_cast<int>(gslusslStrlen(nullptr, nullptr)); }},
+      {"strdup", [] { return gslussdStrdup(nullptr, nullptr) != nullptr; }},
+      {"strcasedup", [] { return gslussiStrcasedup(nullptr, nullptr) != nullptr; }},
   };
-  for (const auto &c : cases) EXPECT_EQ(c.call(), c.expected) << c.what;
+  for (const auto &[what, call] : cases) EXPECT_EQ(call(), 0) << what;
   EXPECT_STREQ(dst, "keep");
   EXPECT_TRUE(Alloc::sizes.empty());
 }
 
+// Stray bytes stay as they are; U+0130 and the Kelvin sign shrink to one
+// byte; U+023A would grow to the three-byte U+2C65, and the block has no
+// room for growth, so it keeps its upper-case form.
 TEST_F(StringsTest, StrcasedupBlockSizesAndLowerCase) {
-  const struct {
-    const char *in;
-    const char *lower;
-    uint32_t block;
-  } cases[] = {
+  const std::tuple<const char *, const char *, uint32_t> cases[] = {
       {"ABCDEFGH", "abcdefgh", 16},
       {"ABCDEFG", "abcdefg", 8},
       {"", "", 8},
       {"ÄÖÜ;Binary", "äöü;binary", 16},
-      {"\xC4\xFF"
-       "AB",
-       "\xC4\xFF"
-       "ab",
-       8},                                  // stray bytes stay as they are
-      {"\xC4\xB0STANBUL", "istanbul", 16},  // U+0130 shrinks to one byte
-      {"\xE2\x84\xAA", "k", 8},             // the Kelvin sign, too
-      // U+023A lower-cases to the three-byte U+2C65; the block has no room
-      // for growth, so such a character keeps its upper-case form.
-      {"\xC8\xBA\xC8\xBA\xC8\xBA\xC8\xBA"
-       "ABCDEFG",
-       "\xC8\xBA\xC8\xBA\xC8\xBA\xC8\xBA"
-       "abcdefg",
-       16},
-  };
-  for (const auto &c : cases) {
+      {"\304\377AB", "\304\377ab", 8},
+      {"\xC4\xB0STANBUL", "istanbul", 16},
+      {"\xE2\x84\xAA", "k", 8},
+      {"\310\272\310\272\310\272\310\272ABCDEFG", "\310\272\310\272\310\272\310\272abcdefg", 16}};
+  for (const auto &[in, lower, block] : cases) {
     Alloc::sizes.clear();
-    EXPECT_EQ(take(gslussiStrcasedup(nullptr, c.in)), c.lower) << c.in;
-    EXPECT_EQ(Alloc::sizes, std::vector<uint32_t>{c.block}) << c.in;
+    EXPECT_EQ(take(gslussiStrcasedup(nullptr, in)), lower) << in;
+    EXPECT_EQ(Alloc::sizes, std::vector<uint32_t>{block}) << in;
   }
 }
 
-void *tableAllocate(gsluctx *, void *user, uint32_t size) {
-  static_cast<std::vector<uint32_t> *>(user)->push_back(size);
-  return std::malloc(size);
-}
-void *tableZeroed(gsluctx *, void *, uint32_t, uint32_t, const gsluMemCallbacks *) {
-  return nullptr;
-}
-void *tableResize(gsluctx *, void *, uint32_t, void *, uint32_t, const gsluMemCallbacks *) {
-  return nullptr;
-}
-void tableRelease(gsluctx *, void *, void *block) { std::free(block); }
-
-TEST_F(StringsTest, StrdupUsesCompleteCallerTable) {
-  static const gsluMemCallbacks table{tableAllocate, tableZeroed, tableResize, tableRelease,
-                                      nullptr};
-  std::vector<uint32_t> table_sizes;
-  const gslcClientHandle handle{ctx_, &table, &table_sizes};  // installs the table
-  ASSERT_EQ(gslccx_Getgsluctx(&handle), ctx_);
-  EXPECT_EQ(take(gslussdStrdup(nullptr, "Ann Lee")), "Ann Lee");
-  EXPECT_EQ(table_sizes, std::vector<uint32_t>{8});
-  EXPECT_TRUE(Alloc::sizes.empty());
+TEST_F(StringsTest, BoundedCopyWritesNoMoreThanAsked) {
+  char dst[8] = "#######";
+  EXPECT_EQ(gslussnStrncpy(nullptr, dst, "abc", 2), GSLUS_OK);
+  EXPECT_EQ(std::string(dst, 7), "ab#####");
+  EXPECT_EQ(gslussnStrncpy(nullptr, dst, "a", 4), GSLUS_OK);
+  EXPECT_EQ(std::string(dst, 7), std::string("a\0\0\0###", 7));
 }
 
+// One code point folds to one ("ß" is not "SS"); the Kelvin sign, three
+// bytes, equals "k"; a stray byte is not the character of that value; a
+// bound may cut a character, leaving its lead bytes to compare.
 TEST_F(StringsTest, ComparisonsIgnoringCase) {
   constexpr size_t kWhole = SIZE_MAX;
-  const struct {
-    const char *a;
-    const char *b;
-    size_t n;
-    int expected;
-  } cases[] = {
-      {"MD5", "md5", kWhole, 0},
-      {"ÄÖÜ", "äöü", kWhole, 0},
-      {"Straße", "STRAẞE", kWhole, 0},
-      {"Straße", "STRASSE", kWhole, 1},  // one code point folds to one
-      {"K", "\xE2\x84\xAA", kWhole, 0},  // Kelvin sign: three bytes against one
-      {"abc", "ABD", kWhole, -1},
-      {"ab", "AB\xC3\xA4", kWhole, -1},
-      {"\xE4", "ä", kWhole, 1},  // a stray byte is not U+00E4
-      {"\xFF"
-       "a",
-       "\xFF"
-       "A",
-       kWhole, 0},
-      {"ÄBCx", "äbcy", 4, 0},
-      {"ÄBCx", "äbcy", 5, -1},
-      {"\xC3\x84", "\xC3\xA4", 1, 0},  // cut by the bound: the lead bytes
-  };
-  for (const auto &c : cases) {
-    const int got = c.n == kWhole ? gslusicStrcasecmp(nullptr, c.a, c.b)
-                                  : gslusicStrncasecmp(nullptr, c.a, c.b, c.n);
-    EXPECT_EQ(got, c.expected) << c.a << " / " << c.b << " n=" << c.n;
+  const std::tuple<const char *, const char *, size_t, int> cases[] = {
+      {"MD5", "md5", kWhole, 0},        {"ÄÖÜ", "äöü", kWhole, 0},
+      {"Straße", "STRAẞE", kWhole, 0},  {"Straße", "STRASSE", kWhole, 1},
+      {"K", "\xE2\x84\xAA", kWhole, 0}, {"abc", "ABD", kWhole, -1},
+      {"ab", "AB\xC3\xA4", kWhole, -1}, {"\xE4", "ä", kWhole, 1},
+      {"\377a", "\377A", kWhole, 0},    {"ÄBCx", "äbcy", 4, 0},
+      {"ÄBCx", "äbcy", 5, -1},          {"\xC3\x84", "\xC3\xA4", 1, 0}};
+  for (const auto &[a, b, n, expected] : cases) {
+    const int got =
+        n == kWhole ? gslusicStrcasecmp(nullptr, a, b) : gslusicStrncasecmp(nullptr, a, b, n);
+    EXPECT_EQ(got, expected) << a << " / " << b << " n=" << n;
   }
   EXPECT_EQ(gsluscmStrcmp(nullptr, "Ä", "ä"), -1);
   EXPECT_EQ(gsluscmStrncmp(nullptr, "abX", "abY", 2), 0);
@@ -167,12 +114,9 @@ TEST_F(StringsTest, CharacterClasses) {
     uint32_t expected;
   } cases[] = {
       {"7", gslusibIsDigit, GSLUS_CLASS_DIGIT},
-      {"a", gslusibIsDigit, 0},
       {"q", gslusAIsLetter, GSLUS_CLASS_LETTER},
       {"7", gslusAIsLetter, 0},
       {"F", gslusibIsXdigit, GSLUS_CLASS_XDIGIT},
-      {"g", gslusibIsXdigit, 0},
-      {"a", gslusibIsGraph, GSLUS_CLASS_LETTER},
       {" ", gslusibIsGraph, 0},
       {" ", gslusibIsPrint, GSLUS_CLASS_BLANK},
       {"\t", gslusibIsPrint, 0},
@@ -180,22 +124,22 @@ TEST_F(StringsTest, CharacterClasses) {
       {"$", gslusibIsPunct, GSLUS_CLASS_PUNCT},
       {"_", gslusBIsAlphaNum, 0},
       {"Z", gslusCIsUpper, GSLUS_CLASS_UPPER},
-      {"z", gslusDIsLower, GSLUS_CLASS_LOWER},
       {"z", gslusCIsUpper, 0},
       {"", gslusibIsPrint, 0},
       {"\x7f", gslusibIsPrint, 0},
       {"Ä", gslusCIsUpper, GSLUS_CLASS_UPPER},
       {"ß", gslusDIsLower, GSLUS_CLASS_LOWER},
-      {"Ж", gslusibIsAlnum, GSLUS_CLASS_LETTER},
       {"\xD9\xA3", gslusibIsDigit, GSLUS_CLASS_DIGIT},
       {"€", gslusibIsPunct, GSLUS_CLASS_PUNCT},
-      {"«", gslusibIsGraph, GSLUS_CLASS_PUNCT},
       {"\xC2\xA0", gslusibIsSpace, GSLUS_CLASS_SPACE},
       {"é", gslusibIsPunct, 0},
       {"\xFF", gslusibIsPrint, 0},
       {"\xC3", gslusAIsLetter, 0},
   };
   for (const auto &c : cases) EXPECT_EQ(c.fn(nullptr, c.c), c.expected) << "'" << c.c << "'";
+  // Deliberate: "alpha" takes digits too; the letter test does not.
+  EXPECT_NE(gslusibIsAlpha(nullptr, "7"), 0u);
+  EXPECT_NE(gslusibIsAlpha(nullptr, "\xD9\xA3"), 0u);
 }
 
 // ICU is loaded when a character beyond ASCII first needs it; without it
@@ -213,12 +157,6 @@ TEST_F(StringsTest, WithoutTheUnicodeLibraryOnlyAsciiHasCaseAndClass) {
   EXPECT_NE(std::string(gslusvUnicodeVersion()).find("ICU "), std::string::npos);
 }
 
-TEST_F(StringsTest, IsAlphaAcceptsDigitsDeliberately) {
-  EXPECT_NE(gslusibIsAlpha(nullptr, "7"), 0u);
-  EXPECT_NE(gslusibIsAlpha(nullptr, "\xD9\xA3"), 0u);
-  EXPECT_EQ(gslusAIsLetter(nullptr, "7"), 0u);
-}
-
 std::vector<std::string> tokenize(const char *s, const char *delimiters, int *status) {
   char **tokens = nullptr;
   uint32_t count = 99;
@@ -234,21 +172,15 @@ std::vector<std::string> tokenize(const char *s, const char *delimiters, int *st
 
 TEST_F(StringsTest, Tokenize) {
   using V = std::vector<std::string>;
-  const struct {
-    const char *s;
-    const char *delimiters;
-    V expected;
-  } cases[] = {
+  const std::tuple<const char *, const char *, V> cases[] = {
       {"a,b,,c", ",", {"a", "b", "c"}},
       {",, a  b,", ", ", {"a", "b"}},
-      {"", ",", {}},
       {",,,", ",", {}},
       {"x·yé·z", "·", {"x", "yé", "z"}},
-      {"äb", "\xC3", {"äb"}},  // a stray delimiter byte never splits a character
-  };
-  for (const auto &c : cases) {
+      {"äb", "\xC3", {"äb"}}};  // stray bytes never split
+  for (const auto &[s, delimiters, expected] : cases) {
     int status;
-    EXPECT_EQ(tokenize(c.s, c.delimiters, &status), c.expected) << c.s;
+    EXPECT_EQ(tokenize(s, delimiters, &status), expected) << s;
     EXPECT_EQ(status, GSLUS_OK);
   }
   int status;
@@ -274,82 +206,48 @@ TEST_F(StringsTest, TokenizeAllocationFailureSweep) {
 }
 
 TEST_F(StringsTest, Trimming) {
-  const struct {
-    const char *in;
-    const char *trim;
-    const char *str_trim;
-  } cases[] = {
-      {"  a b \t\n", "a b", "a"},
-      {"\tab\tc d", "ab\tc d", "ab\tc"},
-      {"\xC2\xA0x\xE3\x80\x80", "x", "x\xE3\x80\x80"},
-      {"   ", "", ""},
-      {"", "", ""},
-  };
-  for (const auto &c : cases) {
-    std::string a = c.in;
-    std::string b = c.in;
+  const char *cases[][3] = {
+      {"  a b \t\n", "a b", "a"}, {"\xC2\xA0x\xE3\x80\x80", "x", "x\xE3\x80\x80"}, {"   ", "", ""}};
+  for (const auto &[in, trim, str_trim] : cases) {
+    std::string a = in, b = in;
     EXPECT_EQ(gslusTrim(nullptr, a.data()), GSLUS_OK);
-    EXPECT_STREQ(a.c_str(), c.trim);
-    EXPECT_STREQ(gslusstStrTrim(nullptr, b.data()), c.str_trim);
+    EXPECT_STREQ(a.c_str(), trim);
+    EXPECT_STREQ(gslusstStrTrim(nullptr, b.data()), str_trim);
   }
 }
 
 TEST_F(StringsTest, NumbersAndHex) {
-  const struct {
-    const char *s;
-    int status;
-    int32_t value;
-  } nums[] = {
-      {"123", GSLUS_OK, 123},
-      {"-2147483648", GSLUS_OK, INT32_MIN},
-      {"+7", GSLUS_OK, 7},
-      {"2147483648", GSLUS_NOT_A_NUMBER, 0},
-      {"12a", GSLUS_NOT_A_NUMBER, 0},
-      {"", GSLUS_NOT_A_NUMBER, 0},
-      {"-", GSLUS_NOT_A_NUMBER, 0},
-      {" 1", GSLUS_NOT_A_NUMBER, 0},
-      {"\xD9\xA1\xD9\xA2\xD9\xA3", GSLUS_OK, 123},
-  };
-  for (const auto &c : nums) {
+  const std::tuple<const char *, int, int32_t> nums[] = {
+      {"-2147483648", GSLUS_OK, INT32_MIN},  {"+7", GSLUS_OK, 7},
+      {"2147483648", GSLUS_NOT_A_NUMBER, 0}, {"12a", GSLUS_NOT_A_NUMBER, 0},
+      {"-", GSLUS_NOT_A_NUMBER, 0},          {"\xD9\xA1\xD9\xA2\xD9\xA3", GSLUS_OK, 123}};
+  for (const auto &[s, status, expected] : nums) {
     int32_t value = -1;
-    EXPECT_EQ(gslussiIsStrNum(nullptr, c.s, &value), c.status) << c.s;
-    EXPECT_EQ(value, c.value) << c.s;
+    EXPECT_EQ(gslussiIsStrNum(nullptr, s, &value), status) << s;
+    EXPECT_EQ(value, expected) << s;
   }
   EXPECT_EQ(gslusicIsatoi(nullptr, " \t42xyz"), 42);
-  EXPECT_EQ(gslusicIsatoi(nullptr, "99999999999"), INT32_MAX);
   EXPECT_EQ(gslusicIsatoi(nullptr, "-99999999999"), INT32_MIN);
-
-  const struct {
-    const char *hex;
-    size_t length;
-    int status;
-    uint32_t value;
-  } hexes[] = {
-      {"ff", 2, GSLUS_OK, 0xff},        {"FFFFFFFF", 8, GSLUS_OK, 0xffffffff},
-      {"0000000001", 10, GSLUS_OK, 1},  {"100000000", 9, GSLUS_NOT_A_NUMBER, 0},
-      {"1g", 2, GSLUS_NOT_A_NUMBER, 0}, {"", 0, GSLUS_NOT_A_NUMBER, 0},
-      {"41,cn=x", 2, GSLUS_OK, 0x41},   {"ab", 5, GSLUS_OK, 0xab},
-  };
-  for (const auto &c : hexes) {
+  const std::tuple<const char *, size_t, int, uint32_t> hexes[] = {
+      {"FFFFFFFF", 8, GSLUS_OK, 0xffffffff},   {"0000000001", 10, GSLUS_OK, 1},
+      {"100000000", 9, GSLUS_NOT_A_NUMBER, 0}, {"1g", 2, GSLUS_NOT_A_NUMBER, 0},
+      {"41,cn=x", 2, GSLUS_OK, 0x41},          {"ab", 5, GSLUS_OK, 0xab}};
+  for (const auto &[hex, length, status, expected] : hexes) {
     uint32_t value = 7;
-    EXPECT_EQ(gsluscnvhx2u4(nullptr, c.hex, c.length, &value), c.status) << c.hex;
-    EXPECT_EQ(value, c.value) << c.hex;
+    EXPECT_EQ(gsluscnvhx2u4(nullptr, hex, length, &value), status) << hex;
+    EXPECT_EQ(value, expected) << hex;
   }
 }
 
 TEST_F(StringsTest, StepsOverMultibyteCharacters) {
-  const char *s =
-      "a\xC3\x84\xE2\x82\xAC\xF0\x9D\x84\x9E"
-      "b";                                             // sizes 1, 2, 3, 4, 1
-  const size_t forward[] = {0, 1, 3, 6, 10, 11, 11};   // stops at the NUL
-  const size_t backward[] = {0, 1, 5, 8, 10, 11, 11};  // stops at the start
+  const char *s = "a\303\204\342\202\254\360\235\204\236b";  // sizes 1, 2, 3, 4, 1
+  const size_t forward[] = {0, 1, 3, 6, 10, 11, 11};         // stops at the NUL
+  const size_t backward[] = {0, 1, 5, 8, 10, 11, 11};        // stops at the start
   for (size_t n = 0; n < std::size(forward); ++n) {
     EXPECT_EQ(gslusicIsIncPtr(nullptr, s, n), forward[n]) << n;
     EXPECT_EQ(gslusicIsDecPtr(nullptr, s, s + 11, n), backward[n]) << n;
   }
-  const char *stray =
-      "\xC3\x84\x80\x80"
-      "a";  // one character, then two stray bytes
+  const char *stray = "\303\204\200\200a";  // one character, then two stray bytes
   EXPECT_EQ(gslusicIsIncPtr(nullptr, stray, 2), 3u);
   EXPECT_EQ(gslusicIsDecPtr(nullptr, stray, stray + 4, 2), 2u);
   EXPECT_EQ(gslusicIsDecPtr(nullptr, stray, stray + 4, 3), 4u);
@@ -360,27 +258,15 @@ TEST_F(StringsTest, SearchesAndSmallPredicates) {
   const char *s = "a€b€c";
   EXPECT_EQ(gslusstStrChr(nullptr, s, 0x20AC), s + 1);
   EXPECT_EQ(gslusstStrrChr(nullptr, s, 0x20AC), s + 5);
-  EXPECT_EQ(gslusstStrrChr(nullptr, s, 'a'), s);
-  EXPECT_EQ(gslusstStrChr(nullptr, s, 0), s + 9);
-  EXPECT_EQ(gslusstStrChr(nullptr, s, 0xD800), nullptr);
   EXPECT_EQ(gslusstStrChr(nullptr, s, 0xE4), nullptr);
-  EXPECT_EQ(gslusstStrpBrk(nullptr, s, "xc"), s + 8);
-  EXPECT_EQ(gslusstStrpBrk(nullptr, s,
-                           "\xE2\x82\xAC"
-                           "b"),
-            s + 1);
+  EXPECT_EQ(gslusstStrpBrk(nullptr, s, "\342\202\254b"), s + 1);
   EXPECT_EQ(gslusstStrpBrk(nullptr, s, "\xE2"), nullptr);
   EXPECT_EQ(gslusstStrStr(nullptr, s, "b€"), s + 4);
   EXPECT_EQ(gslusicIsEqual(nullptr, s + 1, 0x20AC), GSLUS_YES);
-  EXPECT_EQ(gslusicIsEqual(nullptr, s + 1, 0xE2), GSLUS_NO);
-  EXPECT_EQ(gslusmIsMultibyte(nullptr, s), GSLUS_YES);
   EXPECT_EQ(gslusmIsMultibyte(nullptr, "plain"), GSLUS_NO);
-
   char out[GSLUS_QUOTED_BUFFER_SIZE];
   EXPECT_EQ(gslusnIsSingleQuoted(nullptr, "'it''s'", out), GSLUS_YES);
   EXPECT_STREQ(out, "it''s");
-  EXPECT_EQ(gslusnIsSingleQuoted(nullptr, "'", out), GSLUS_NO);
-  EXPECT_STREQ(out, "");
   std::string long_quoted = "'";
   for (int i = 0; i < 600; ++i) long_quoted += "é";
   EXPECT_EQ(gslusnIsSingleQuoted(nullptr, (long_quoted + "'").c_str(), out), GSLUS_YES);
