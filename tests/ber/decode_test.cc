@@ -29,6 +29,8 @@ TEST_P(BerDecodingRule, Reads) {
   EXPECT_EQ(qtest::ask(QUILLOMAT_BER_DRIVER, {request})[0], GetParam().answer);
 }
 
+void PrintTo(const Rule &c, std::ostream *os) { *os << c.name; }
+
 INSTANTIATE_TEST_SUITE_P(
     Rules, BerDecodingRule,
     ::testing::Values(

@@ -62,6 +62,8 @@ char *kStrings[] = {kA, kBc, nullptr};
 struct berval kNulValue = {2, const_cast<char *>("\0a")};
 struct berval *kValues[] = {&kNulValue, nullptr};
 
+void PrintTo(const Encoding &c, std::ostream *os) { *os << c.name; }
+
 INSTANTIATE_TEST_SUITE_P(
     Known, BerEncoding,
     ::testing::Values(

@@ -58,6 +58,8 @@ const std::string kDn = text("cn=admin,o=ex"), kSecret = text(
                                                    "s\xc3\xa9"
                                                    "cret");
 
+void PrintTo(const Case &c, std::ostream *os) { *os << c.name; }
+
 INSTANTIATE_TEST_SUITE_P(
     Table, BerInterop,
     ::testing::Values(

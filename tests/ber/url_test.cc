@@ -108,6 +108,8 @@ TEST_P(UrlParseTest, GivesTheDocumentedRecord) {
   EXPECT_EQ(qtest::TestAllocator::live, 0);
 }
 
+void PrintTo(const UrlCase &c, std::ostream *os) { *os << c.name; }
+
 INSTANTIATE_TEST_SUITE_P(Urls, UrlParseTest, ::testing::ValuesIn(kUrlCases),
                          [](const auto &info) { return std::string(info.param.name); });
 
