@@ -254,6 +254,21 @@ TEST_F(HashTest, DeletionAnywhereInAChainAndReleases) {
   EXPECT_EQ(g_released, 7);
 }
 
+// Deliberate: a table's weight array outlives the table; a second
+// reference delays the free of the rest.
+TEST_F(HashTest, ReferencesDelayTheFreeWhichKeepsTheWeightArrayDeliberately) {
+  Alloc::install(ctx_);
+  gsluhhTable *t = nullptr;
+  ASSERT_EQ(gsluhhClntcCreateStrHash(ctx_, 16, &t, 0), GSLUHH_OK);
+  ASSERT_EQ(Alloc::blocks.size(), 3u);  // record, weights, buckets
+  ASSERT_EQ(gsluhhClntIncrRefCnt(ctx_, t), GSLUHH_OK);
+  ASSERT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
+  EXPECT_TRUE(Alloc::freed.empty());
+  ASSERT_EQ(gsluhhClntHashTableFree(ctx_, t), GSLUHH_OK);
+  EXPECT_EQ(Alloc::freed, (std::vector<void *>{Alloc::blocks[2], Alloc::blocks[0]}));
+  std::free(Alloc::blocks[1]);
+}
+
 TEST_F(HashTest, ReinitialisationEmptiesAndBlocksSearchesUntilEnded) {
   gsluhhTable *t = make();
   ASSERT_EQ(gsluhhClntSetHTOptions(t, GSLUHH_OPT_FREEFUNC, 0, countRelease), GSLUHH_OK);
