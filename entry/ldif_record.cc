@@ -96,20 +96,25 @@ class Decisions {
   size_t taken_ = 0;
 };
 
+// An attribute's name as it goes into a record; a name that
+// gslclecnCheckAttrName refuses sets *refused and gives no text, since the
+// whole record is refused.
+[[nodiscard]] std::string_view recordName(const LDAPAttribute *a, bool *refused) {
+  const int64_t n = gslu::entry::checkedNameLengthOf(a);
+  if (n < 0) *refused = true;
+  return {a->name, n < 0 ? 0 : static_cast<size_t>(n)};
+}
+
 // The sizing pass: decides each line's form, checks each attribute name and
 // adds up the sizes of what the record is made of.
 class SizeSink {
  public:
   explicit SizeSink(Decisions &decisions) : decisions_(decisions) {}
   void text(std::string_view s) { size_ += s.size(); }
-  // The attribute's name; a name gslclecnCheckAttrName refuses refuses the
-  // whole record.
   [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
-    const int64_t n = gslu::entry::checkedNameLengthOf(a);
-    if (n < 0) refused_ = true;
-    const size_t length = n < 0 ? 0 : static_cast<size_t>(n);
-    decisions_.keepLength(length);
-    return {a->name, length};
+    const std::string_view name = recordName(a, &refused_);
+    decisions_.keepLength(name.size());
+    return name;
   }
   void line(std::string_view type, const char *value, uint32_t length) {
     const Form form = gslu::ldif::chooseForm(value, length);
@@ -222,13 +227,8 @@ class StackSink {
     std::memcpy(buffer_ + used_, s.data(), s.size());
     used_ += s.size();
   }
-  // The attribute's name; a name gslclecnCheckAttrName refuses refuses the
-  // whole record, whether or not the record fits.
-  [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
-    const int64_t n = gslu::entry::checkedNameLengthOf(a);
-    if (n < 0) refused_ = true;
-    return {a->name, n < 0 ? 0 : static_cast<size_t>(n)};
-  }
+  // A refused name refuses the record whether or not the record fits.
+  [[nodiscard]] std::string_view name(const LDAPAttribute *a) { return recordName(a, &refused_); }
   void line(std::string_view type, const char *value, uint32_t length) {
     const Form form = gslu::ldif::chooseForm(value, length);
     if (!reserve(gslu::ldif::lineSize(type.size(), form.base64, form.shown))) return;
