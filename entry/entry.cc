@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 #include "core/memory.h"
 #include "core/owned.h"
@@ -203,6 +204,43 @@ int releaseAttribute(gsluctx *core, void *attribute) {
   return gslcledaDestLDAPAttr(core, static_cast<LDAPAttribute *>(attribute));
 }
 
+// The list's release callback for the controls of an entry: each is one
+// block with its OID and value.
+int releaseControl(gsluctx *core, void *control) { return gslumfFree(core, control); }
+
+// A control as the entry keeps it: the record, then the OID and its NUL,
+// then the value's bytes, in one block.
+[[nodiscard]] LDAPEntryControl *newControl(gsluctx *core, std::string_view oid, bool critical,
+                                           const BERVal *value) {
+  const size_t value_length = value != nullptr && value->bytes != nullptr ? value->length : 0;
+  // Detect and prevent integer overflow: the tail is summed in 64 bits and
+  // checked against the block size by allocateRecordWithTail.
+  const uint64_t tail = uint64_t{oid.size()} + 1 + value_length;
+  Owned<LDAPEntryControl> record = allocateRecordWithTail<LDAPEntryControl>(core, tail);
+  if (record == nullptr) return nullptr;
+  *record = LDAPEntryControl{};
+  record->oid = tailOf(record.get());
+  std::memcpy(record->oid, oid.data(), oid.size());
+  record->oid[oid.size()] = '\0';
+  record->critical = critical ? 1 : 0;
+  record->has_value = value != nullptr ? 1 : 0;
+  if (value_length != 0) {
+    record->value.bytes = record->oid + oid.size() + 1;
+    std::memcpy(record->value.bytes, value->bytes, value_length);
+    record->value.length = value_length;
+  }
+  return record.release();
+}
+
+// Creates list *list, whose elements keep their link field link_offset
+// bytes in, when it does not exist yet.
+[[nodiscard]] int ensureList(gsluctx *core, GslulsList **list, uint64_t link_offset) {
+  if (*list != nullptr) return GSLCLE_OK;
+  // The list reports a failed allocation by a null list and status 0.
+  if (const int st = gslulscsCreateSList(core, link_offset, list); st != GSLULS_OK) return st;
+  return *list != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
+}
+
 // gslcleclaCreateLDAPAttribute with the verdict on the name already taken
 // (checkedAttributeNameLength's result; ignored for a null name).
 [[nodiscard]] int createAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
@@ -272,6 +310,7 @@ int gslcledeDestroyLDAPEntry(const gslcClientHandle *ctx, LDAPEntry *entry) {
   if (entry->attributes != nullptr) {
     (void)gslulsdDestroySList(core, entry->attributes, releaseAttribute);
   }
+  if (entry->controls != nullptr) (void)gslulsdDestroySList(core, entry->controls, releaseControl);
   (void)gslumfFree(core, entry->new_rdn);
   (void)gslumfFree(core, entry->new_superior);
   (void)gslumfFree(core, entry);
@@ -286,13 +325,9 @@ int gslcleaaAddLDAPAttribute(const gslcClientHandle *ctx, LDAPEntry *entry,
   if (entry->change_type != GSLCLE_CHANGE_ADD && entry->change_type != GSLCLE_CHANGE_MODIFY) {
     return GSLCLE_NOT_APPLICABLE;
   }
-  if (entry->attributes == nullptr) {
-    // The list reports a failed allocation by a null list and status 0.
-    if (const int st = gslulscsCreateSList(core, offsetof(LDAPAttribute, next), &entry->attributes);
-        st != GSLULS_OK) {
-      return st;
-    }
-    if (entry->attributes == nullptr) return GSLCLE_NO_MEMORY;
+  if (const int st = ensureList(core, &entry->attributes, offsetof(LDAPAttribute, next));
+      st != GSLCLE_OK) {
+    return st;
   }
   // Appended at the tail whatever the list's cursor, so attributes keep the
   // order in which they were added.
@@ -394,6 +429,27 @@ int gslclesdoSetDeleteOldRdn(const gslcClientHandle *ctx, LDAPEntry *entry, int 
   if (!isModrdn(entry)) return GSLCLE_NOT_APPLICABLE;
   entry->delete_old_rdn = delete_old_rdn != 0 ? 1 : 0;
   return GSLCLE_OK;
+}
+
+int gslcleacAddControl(const gslcClientHandle *ctx, LDAPEntry *entry, const char *oid,
+                       int critical, const BERVal *value) {
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (entry == nullptr || oid == nullptr) return GSLCLE_NULL_ARG;
+  if (gslclecoCheckControlOid(oid) != GSLCLE_OK) return GSLCLE_BAD_OID;
+  if (const int st = ensureList(core, &entry->controls, offsetof(LDAPEntryControl, next));
+      st != GSLCLE_OK) {
+    return st;
+  }
+  LDAPEntryControl *control = newControl(core, oid, critical != 0, value);
+  if (control == nullptr) return GSLCLE_NO_MEMORY;
+  const int st = gslulsapAppend(core, entry->controls, control);
+  if (st != GSLULS_OK) (void)releaseControl(core, control);
+  return st;
+}
+
+int gslclecoCheckControlOid(const char *oid) {
+  return oid != nullptr && gslu::ldif::isNumericOid(oid) ? GSLCLE_OK : GSLCLE_BAD_OID;
 }
 
 // ---- Attribute operations -----------------------------------------------------
@@ -508,6 +564,13 @@ int gslclegastSetAttrChangeType(const gslcClientHandle *ctx, LDAPAttribute *attr
   if (attribute == nullptr) return GSLCLE_NULL_ARG;
   if (!isAttrChangeType(change_type)) return GSLCLE_BAD_CHANGE_TYPE;
   attribute->change_type = static_cast<uint8_t>(change_type);
+  return GSLCLE_OK;
+}
+
+int gslclesiSetAttrIncrement(const gslcClientHandle *ctx, LDAPAttribute *attribute) {
+  if (gslccx_Getgsluctx(ctx) == nullptr) return GSLCLE_NO_CONTEXT;
+  if (attribute == nullptr) return GSLCLE_NULL_ARG;
+  attribute->change_type = GSLCLE_ATTR_INCREMENT;
   return GSLCLE_OK;
 }
 

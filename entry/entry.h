@@ -56,6 +56,7 @@ enum {
                                  record: rename field of a non-modrdn entry,
                                  attribute added to an entry that is neither
                                  add nor modify, value of the wrong kind */
+  GSLCLE_BAD_OID = 3,         /* a control type that is not a numeric OID */
   GSLCLE_BAD_VALUE_KIND = 4,  /* value kind other than 0 or 128 */
   GSLCLE_NO_MEMORY = 5,       /* an allocation failed; the record being
                                  built is left as it was */
@@ -80,8 +81,15 @@ enum {
   GSLCLE_CHANGE_MODRDN = 4
 };
 
-/* Change types of an attribute (its modification in a modify record). */
-enum { GSLCLE_ATTR_ADD = 5, GSLCLE_ATTR_DELETE = 6, GSLCLE_ATTR_REPLACE = 7 };
+/* Change types of an attribute (its modification in a modify record).
+ * GSLCLE_ATTR_INCREMENT (an LDIF "increment:", RFC 4525) is set only by
+ * gslclesiSetAttrIncrement; gslclegastSetAttrChangeType keeps to 5-7. */
+enum {
+  GSLCLE_ATTR_ADD = 5,
+  GSLCLE_ATTR_DELETE = 6,
+  GSLCLE_ATTR_REPLACE = 7,
+  GSLCLE_ATTR_INCREMENT = 8
+};
 
 /* Value kinds of an attribute. */
 enum {
@@ -114,6 +122,17 @@ typedef struct LDAPAttribute {
                           attribute is in no list or is its last element */
 } LDAPAttribute;
 
+/* One control of a change record (an LDIF "control:" line). Read-only for
+ * callers; made by gslcleacAddControl, owned by the entry. */
+typedef struct LDAPEntryControl {
+  char *oid;         /* the control type, a numeric OID; in the record's block */
+  BERVal value;      /* its value, when has_value is 1 (bytes in the record's
+                        block; null when the value is empty) */
+  uint8_t has_value; /* 0: the control has no value at all */
+  uint8_t critical;  /* 0 or 1 */
+  void *next;        /* link field of the entry's control list */
+} LDAPEntryControl;
+
 /* One entry. Read-only for callers: change it through the operations. */
 typedef struct LDAPEntry {
   char *dn;                     /* owned copy of the DN */
@@ -127,6 +146,8 @@ typedef struct LDAPEntry {
   uint8_t delete_old_rdn;       /* 0 or 1; modrdn only */
   char *new_superior;           /* owned or null; modrdn only */
   void *reserved[2];            /* null; not used by this library */
+  GslulsList *controls;         /* LDAPEntryControl records in the order
+                                   they were added; null before the first */
 } LDAPEntry;
 
 /* ---- Entry operations ------------------------------------------------------ */
@@ -137,7 +158,8 @@ typedef struct LDAPEntry {
 int gslcleceCreateLDAPEntry(const gslcClientHandle *ctx, const char *dn, LDAPEntry **entry);
 
 /* Frees the entry with its DN, every attribute (gslcledaDestLDAPAttr), the
- * attribute list and the rename strings. 9 for a null entry. */
+ * attribute list, every control and the rename strings. 9 for a null
+ * entry. */
 int gslcledeDestroyLDAPEntry(const gslcClientHandle *ctx, LDAPEntry *entry);
 
 /* Appends attribute to the entry's attribute list, creating the list on
@@ -209,6 +231,20 @@ int gslclegdoGetDeleteOldRdn(const gslcClientHandle *ctx, const LDAPEntry *entry
  * entries only (else 2). 9 for a null entry. */
 int gslclesdoSetDeleteOldRdn(const gslcClientHandle *ctx, LDAPEntry *entry, int delete_old_rdn);
 
+/* Appends a control to the entry, whatever its change type: a copy of oid,
+ * which must be a numeric OID (a digit 0-2, then one or more "." and
+ * digits; else 3, GSLCLE_BAD_OID), the criticality (1 for any non-zero
+ * value) and, when value is not null, a copy of its bytes. The entry owns
+ * the control. 9 for a null entry or oid, 5 when the record or the list
+ * cannot be allocated (the entry is then unchanged). Only change records
+ * carry controls when written as LDIF (entry/ldif_record.h). */
+int gslcleacAddControl(const gslcClientHandle *ctx, LDAPEntry *entry, const char *oid,
+                       int critical, const BERVal *value);
+
+/* GSLCLE_OK when oid is a numeric OID as gslcleacAddControl requires, else
+ * GSLCLE_BAD_OID (also for null). */
+int gslclecoCheckControlOid(const char *oid);
+
 /* ---- Attribute operations -------------------------------------------------- */
 
 /* Creates an attribute named by a copy of name, of value kind value_kind
@@ -268,6 +304,11 @@ int gslclegactGetAttrChangeType(const gslcClientHandle *ctx, const LDAPAttribute
  * a null attribute. */
 int gslclegastSetAttrChangeType(const gslcClientHandle *ctx, LDAPAttribute *attribute,
                                 int change_type);
+
+/* Sets the attribute's change type to GSLCLE_ATTR_INCREMENT: in a modify
+ * record its values are added to the attribute's present value (LDIF
+ * "increment:"). 9 for a null attribute. */
+int gslclesiSetAttrIncrement(const gslcClientHandle *ctx, LDAPAttribute *attribute);
 
 /* Compares the attribute's name with name ignoring case
  * (gslusicStrcasecmp): 0 when equal, non-zero otherwise. -2 for a null

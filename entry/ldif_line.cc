@@ -224,18 +224,39 @@ uint64_t lineSize(size_t type_size, bool base64, uint64_t count) {
 
 char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64) {
   std::memcpy(out, type.data(), type.size());
-  out += type.size();
+  return writeLineTail(out + type.size(), type.size(), bytes, count, base64);
+}
+
+char *writeLineTail(char *out, size_t type_size, const char *bytes, uint64_t count, bool base64) {
   if (base64) {
     std::memcpy(out, ":: ", 3);
-    out = writeBase64(out + 3, type.size() + 3, reinterpret_cast<const unsigned char *>(bytes),
+    out = writeBase64(out + 3, type_size + 3, reinterpret_cast<const unsigned char *>(bytes),
                       count);
   } else {
     std::memcpy(out, ": ", 2);
     // The space after the colon is not counted.
-    out = writeFolded(out + 2, type.size() + 1, bytes, count);
+    out = writeFolded(out + 2, type_size + 1, bytes, count);
   }
   *out++ = '\n';
   return out;
+}
+
+bool isNumericOid(std::string_view text) {
+  if (text.size() < 3 || text[0] < '0' || text[0] > '2') return false;
+  // Each "." must be followed by at least one digit.
+  bool after_dot = false;
+  for (size_t i = 1; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '.') {
+      if (after_dot) return false;
+      after_dot = true;
+    } else if (c >= '0' && c <= '9') {
+      after_dot = false;
+    } else {
+      return false;
+    }
+  }
+  return text[1] == '.' && !after_dot;
 }
 
 int64_t checkedTypeLength(const char *type) {

@@ -33,6 +33,16 @@ struct Form {
 // at out, which has room for lineSize(); returns the end of the line.
 char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64);
 
+// Writes what follows a type of type_size bytes that is already written:
+// the separator and the value in the given form, folded, and the newline;
+// returns the end of the line. writeLine is the type and this.
+char *writeLineTail(char *out, size_t type_size, const char *bytes, uint64_t count, bool base64);
+
+// Whether text is a numeric OID: a digit 0-2, then one or more groups of
+// "." and digits. Control types must be, since they are written as they
+// stand on a "control:" line.
+[[nodiscard]] bool isNumericOid(std::string_view text);
+
 // The length of type when a line may start with it (gsldlVTypeCheck), in
 // one pass over it; -1 when it may not.
 [[nodiscard]] int64_t checkedTypeLength(const char *type);

@@ -36,6 +36,11 @@ constexpr std::string_view kDeleteOldRdn = "deleteoldrdn: ";
 constexpr std::string_view kNewSuperior = "newsuperior: ";
 constexpr std::string_view kFalse = "0";
 constexpr std::string_view kTrue = "1";
+constexpr std::string_view kNewRdnType = "newrdn";
+constexpr std::string_view kNewSuperiorType = "newsuperior";
+constexpr std::string_view kControl = "control: ";
+constexpr std::string_view kCritical = " true";
+constexpr std::string_view kNotCritical = " false";
 
 // The header of an attribute's block in a modify record, by its change type.
 struct HeaderPrefix {
@@ -46,6 +51,7 @@ constexpr HeaderPrefix kHeaderPrefixes[] = {
     {GSLCLE_ATTR_ADD, "add: "},
     {GSLCLE_ATTR_DELETE, "delete: "},
     {GSLCLE_ATTR_REPLACE, "replace: "},
+    {GSLCLE_ATTR_INCREMENT, "increment: "},
 };
 
 [[nodiscard]] std::string_view headerPrefix(uint8_t change_type) {
@@ -121,6 +127,11 @@ class SizeSink {
     decisions_.keepForm(form);
     size_ += gslu::ldif::lineSize(type.size(), form.base64, form.shown);
   }
+  void tail(size_t type_size, const char *value, uint32_t length) {
+    const Form form = gslu::ldif::chooseForm(value, length);
+    decisions_.keepForm(form);
+    size_ += gslu::ldif::lineSize(type_size, form.base64, form.shown) - type_size;
+  }
   [[nodiscard]] uint64_t size() const { return size_; }
   [[nodiscard]] bool refused() const { return refused_; }
 
@@ -166,6 +177,14 @@ class WriteSink {
     if (!reserve(l.size())) return;
     used_ = offsetOf(l.write(end()));
   }
+  // Never converted, so it is the size measured; converted lines before it
+  // may have grown the text, hence the reserve.
+  void tail(size_t type_size, const char *value, uint32_t length) {
+    const Form form = decisions_.form([&] { return gslu::ldif::chooseForm(value, length); });
+    if (!reserve(gslu::ldif::lineSize(type_size, form.base64, form.shown) - type_size)) return;
+    used_ = offsetOf(gslu::ldif::writeLineTail(end(), type_size, value, form.shown, form.base64));
+  }
+  [[nodiscard]] uint32_t length() const { return used_; }
   // The finished text, or null when it could not be had.
   [[nodiscard]] char *finish() {
     if (!block_) return nullptr;
@@ -233,6 +252,13 @@ class StackSink {
     const Form form = gslu::ldif::chooseForm(value, length);
     if (!reserve(gslu::ldif::lineSize(type.size(), form.base64, form.shown))) return;
     const char *end = gslu::ldif::writeLine(buffer_ + used_, type, value, form.shown, form.base64);
+    used_ = static_cast<size_t>(end - buffer_);
+  }
+  void tail(size_t type_size, const char *value, uint32_t length) {
+    const Form form = gslu::ldif::chooseForm(value, length);
+    if (!reserve(gslu::ldif::lineSize(type_size, form.base64, form.shown) - type_size)) return;
+    const char *end =
+        gslu::ldif::writeLineTail(buffer_ + used_, type_size, value, form.shown, form.base64);
     used_ = static_cast<size_t>(end - buffer_);
   }
   [[nodiscard]] bool refused() const { return refused_; }
@@ -317,16 +343,30 @@ struct ValueBytes {
   return {s, std::strlen(s)};
 }
 
+// The value lines of one attribute. A value too long for a line ends the
+// attribute's lines there.
+template <class Sink>
+void putValues(Sink &sink, const LDAPAttribute *a, std::string_view name) {
+  for (uint32_t i = 0; i < a->count; ++i) {
+    const ValueBytes v = valueAt(a, i);
+    if (v.length > UINT32_MAX) return;
+    sink.line(name, v.bytes, static_cast<uint32_t>(v.length));
+  }
+}
+
+template <class Sink>
+void putHeader(Sink &sink, const LDAPAttribute *a, std::string_view name) {
+  sink.text(headerPrefix(a->change_type));
+  sink.text(name);
+  sink.text(kNewline);
+}
+
 // The lines of one attribute: the header when asked for, then a line per
-// value. A value too long for a line ends the attribute's lines there.
+// value.
 template <class Sink>
 void putAttribute(Sink &sink, const LDAPAttribute *a, bool with_header) {
   const std::string_view name = sink.name(a);
-  if (with_header) {
-    sink.text(headerPrefix(a->change_type));
-    sink.text(name);
-    sink.text(kNewline);
-  }
+  if (with_header) putHeader(sink, a, name);
   if (a->count == 0) {
     // An added attribute without values is written as one empty value.
     if (a->change_type == GSLCLE_ATTR_ADD) {
@@ -336,11 +376,7 @@ void putAttribute(Sink &sink, const LDAPAttribute *a, bool with_header) {
     }
     return;
   }
-  for (uint32_t i = 0; i < a->count; ++i) {
-    const ValueBytes v = valueAt(a, i);
-    if (v.length > UINT32_MAX) return;
-    sink.line(name, v.bytes, static_cast<uint32_t>(v.length));
-  }
+  putValues(sink, a, name);
 }
 
 template <class Sink>
@@ -376,20 +412,95 @@ void putModRdnBody(Sink &sink, const LDAPEntry *entry) {
   }
 }
 
-// The record bodies, by change type; null where a body has nothing to say.
-enum class Body { kNone, kContent, kModify, kModRdn, kDelete };
+// ---- The RFC 2849 forms -------------------------------------------------------
+// What common LDIF readers (ldapmodify, python-ldap) take: an add record's
+// attributes as in a content record, a "-" after every modification, and the
+// rename fields written like any value, base64 when they need it.
 
-[[nodiscard]] Body bodyOf(const LDAPEntry *entry) {
+// "control: OID true" or "false", then the value as the rest of that line
+// when the control has one. Its value is data, never converted.
+template <class Sink>
+void putControls(Sink &sink, const LDAPEntry *entry) {
+  if (entry->controls == nullptr) return;
+  for (auto *c = static_cast<const LDAPEntryControl *>(entry->controls->head); c != nullptr;
+       c = static_cast<const LDAPEntryControl *>(c->next)) {
+    const std::string_view oid = c->oid;
+    const std::string_view criticality = c->critical != 0 ? kCritical : kNotCritical;
+    sink.text(kControl);
+    sink.text(oid);
+    sink.text(criticality);
+    if (c->has_value == 0 || c->value.length > UINT32_MAX) {
+      sink.text(kNewline);
+      continue;
+    }
+    sink.tail(kControl.size() + oid.size() + criticality.size(), c->value.bytes,
+              static_cast<uint32_t>(c->value.length));
+  }
+}
+
+template <class Sink>
+void putRfcAddBody(Sink &sink, const LDAPEntry *entry) {
+  sink.text(kChangeAdd);
+  putContentBody(sink, entry);
+}
+
+template <class Sink>
+void putRfcModifyBody(Sink &sink, const LDAPEntry *entry) {
+  sink.text(kChangeModify);
+  forEachAttribute(entry, [&](const LDAPAttribute *a) {
+    const std::string_view name = sink.name(a);
+    putHeader(sink, a, name);
+    putValues(sink, a, name);
+    sink.text(kBlockEnd);
+  });
+}
+
+// A rename field as a value line (an absent new RDN as an empty one).
+template <class Sink>
+void putRenameLine(Sink &sink, std::string_view type, const char *field) {
+  const std::string_view value = field != nullptr ? field : "";
+  if (value.size() > UINT32_MAX) return;
+  sink.line(type, value.data(), static_cast<uint32_t>(value.size()));
+}
+
+template <class Sink>
+void putRfcModRdnBody(Sink &sink, const LDAPEntry *entry) {
+  sink.text(kChangeModRdn);
+  putRenameLine(sink, kNewRdnType, entry->new_rdn);
+  sink.text(kDeleteOldRdn);
+  sink.text(entry->delete_old_rdn != 0 ? kTrue : kFalse);
+  sink.text(kNewline);
+  if (entry->new_superior != nullptr) putRenameLine(sink, kNewSuperiorType, entry->new_superior);
+}
+
+// The record bodies, by change type and form; kNone where a body has
+// nothing to say.
+enum class Body { kNone, kContent, kModify, kModRdn, kDelete, kRfcAdd, kRfcModify, kRfcModRdn };
+
+[[nodiscard]] bool isRfcForm(int form) { return form == GSLCLE_LDIF_FORM_RFC2849; }
+
+[[nodiscard]] Body bodyOf(const LDAPEntry *entry, int form) {
+  const bool rfc = isRfcForm(form);
   switch (entry->change_type) {
     case GSLCLE_CHANGE_ADD:
       if (entry->explicit_change_type == 0) {
         return attributeCount(entry) == 0 ? Body::kNone : Body::kContent;
       }
+      if (rfc) return Body::kRfcAdd;
       [[fallthrough]];
-    case GSLCLE_CHANGE_MODIFY: return attributeCount(entry) == 0 ? Body::kNone : Body::kModify;
-    case GSLCLE_CHANGE_MODRDN: return Body::kModRdn;
+    case GSLCLE_CHANGE_MODIFY:
+      if (rfc) return Body::kRfcModify;
+      return attributeCount(entry) == 0 ? Body::kNone : Body::kModify;
+    case GSLCLE_CHANGE_MODRDN: return rfc ? Body::kRfcModRdn : Body::kModRdn;
     default: return Body::kDelete;
   }
+}
+
+// Only change records can carry controls; a content record has no place
+// for them.
+[[nodiscard]] bool carriesControls(Body body) {
+  return body != Body::kNone && body != Body::kContent && body != Body::kModify &&
+         body != Body::kModRdn;
 }
 
 template <class Sink>
@@ -400,12 +511,16 @@ void putBody(Sink &sink, const LDAPEntry *entry, Body body) {
     case Body::kModify: putModifyBody(sink, entry); break;
     case Body::kModRdn: putModRdnBody(sink, entry); break;
     case Body::kDelete: sink.text(kChangeDelete); break;
+    case Body::kRfcAdd: putRfcAddBody(sink, entry); break;
+    case Body::kRfcModify: putRfcModifyBody(sink, entry); break;
+    case Body::kRfcModRdn: putRfcModRdnBody(sink, entry); break;
   }
 }
 
-// What render() gives: the text, or why there is none.
+// What render() gives: the text and its length, or why there is none.
 struct Rendered {
   char *text;
+  size_t length;
   bool refused;  // a name that gslclecnCheckAttrName refuses
 };
 
@@ -419,20 +534,21 @@ template <class Put>
     char buffer[kStackRecordBytes];  // not zeroed: only what was written is read
     StackSink one(buffer, sizeof buffer);
     put(one);
-    if (one.refused()) return {nullptr, true};
+    if (one.refused()) return {nullptr, 0, true};
     if (!one.overflowed()) {
-      if (one.written().empty() && empty_is_null) return {nullptr, false};
-      return {copyToBlock(core, one.written()), false};
+      if (one.written().empty() && empty_is_null) return {nullptr, 0, false};
+      return {copyToBlock(core, one.written()), one.written().size(), false};
     }
   }
   Decisions decisions;
   SizeSink size(decisions);
   put(size);
-  if (size.refused()) return {nullptr, true};
-  if (size.size() == 0 && empty_is_null) return {nullptr, false};
+  if (size.refused()) return {nullptr, 0, true};
+  if (size.size() == 0 && empty_is_null) return {nullptr, 0, false};
   WriteSink write(core, size.size(), decisions);
   put(write);
-  return {write.finish(), false};
+  const size_t length = write.length();
+  return {write.finish(), length, false};
 }
 
 [[nodiscard]] gsluctx *coreOf(const gslcClientHandle *ctx) { return gslccx_Getgsluctx(ctx); }
@@ -440,7 +556,8 @@ template <class Put>
 // Whether the body's sizing pass walks every attribute, and so checks every
 // name itself.
 [[nodiscard]] bool walksAttributes(Body body) {
-  return body == Body::kContent || body == Body::kModify;
+  return body == Body::kContent || body == Body::kModify || body == Body::kRfcAdd ||
+         body == Body::kRfcModify;
 }
 
 }  // namespace
@@ -452,23 +569,36 @@ int gslclecnCheckAttrName(const char *name) {
 }
 
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text) {
+  return gslclegalfGetAsLDIFForm(ctx, entry, GSLCLE_LDIF_FORM_LIBRARY, text, nullptr);
+}
+
+int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int form,
+                            char **text, size_t *length) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr) return GSLCLEGAL_NO_CONTEXT;
   if (entry == nullptr || text == nullptr) return GSLCLEGAL_NULL_ARG;
   *text = nullptr;
-  const Body body = bodyOf(entry);
-  if (!renameFieldsWritable(entry) || (!walksAttributes(body) && !namesWritable(entry))) {
+  if (length != nullptr) *length = 0;
+  const Body body = bodyOf(entry, form);
+  // The RFC forms write the rename fields as values, base64 when needed, so
+  // a line break in one is written faithfully rather than refused.
+  if ((!isRfcForm(form) && !renameFieldsWritable(entry)) ||
+      (!walksAttributes(body) && !namesWritable(entry))) {
     return GSLCLEGAL_REFUSED;
   }
   const std::string_view dn = entry->dn != nullptr ? entry->dn : "";
   if (dn.size() > UINT32_MAX) return GSLCLEGAL_NO_MEMORY;
+  const bool controls = isRfcForm(form) && carriesControls(body);
   const Rendered r = render(core, false, [&](auto &sink) {
     sink.line(kDnType, dn.data(), static_cast<uint32_t>(dn.size()));
+    if (controls) putControls(sink, entry);
     putBody(sink, entry, body);
   });
   if (r.refused) return GSLCLEGAL_REFUSED;
+  if (r.text == nullptr) return GSLCLEGAL_NO_MEMORY;
   *text = r.text;
-  return *text != nullptr ? GSLCLEGAL_OK : GSLCLEGAL_NO_MEMORY;
+  if (length != nullptr) *length = r.length;
+  return GSLCLEGAL_OK;
 }
 
 char *gslcleGetAddStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {

@@ -29,12 +29,42 @@
  *                                   "deleteoldrdn: " 0 or 1, and
  *                                   "newsuperior: " when one is set;
  *        delete                     "changetype: delete".
+ *      A modification of type increment has the header "increment: ".
  *   4. The string builders return null when there is no core context, when
  *      there is nothing to write (see each) or when the text cannot be
  *      allocated.
+ *   5. gslclegalfGetAsLDIFForm with GSLCLE_LDIF_FORM_RFC2849 writes change
+ *      records as RFC 2849 (with RFC 4525's increment) has them, which
+ *      common LDIF readers such as ldapmodify take; the forms of 3 are
+ *      rejected by them. Content records are the same bytes in both forms.
+ *        control lines                right after the "dn:" line of a change
+ *                                     record, one per control in order:
+ *                                     "control: OID true" (or "false"), and
+ *                                     with a value the line continues as
+ *                                     the value line whose type is that
+ *                                     text ("control: OID true: v", or
+ *                                     ":: " and base64), never converted;
+ *        add set explicitly           "changetype: add", then the attribute
+ *                                     lines of a content record (also with
+ *                                     no attributes);
+ *        modify                       "changetype: modify", then per
+ *                                     attribute its header line, its value
+ *                                     lines and a "-" line, the last one
+ *                                     included; no empty value is made up
+ *                                     for a modification without values;
+ *        modrdn                       "changetype: modrdn", the new RDN as
+ *                                     a "newrdn" value line (empty when
+ *                                     none is set), "deleteoldrdn: " 0 or
+ *                                     1, and a "newsuperior" value line
+ *                                     when one is set (even empty);
+ *        delete                       "changetype: delete".
+ *      Value lines may be base64 and folded (entry/ldif_line.h), the new RDN
+ *      and new superior included, so no rename field is refused.
  */
 #ifndef QUILLOMAT_ENTRY_LDIF_RECORD_H
 #define QUILLOMAT_ENTRY_LDIF_RECORD_H
+
+#include <stddef.h>
 
 #include "core/context.h"
 #include "entry/entry.h"
@@ -52,6 +82,12 @@ enum {
   GSLCLEGAL_NO_MEMORY = 5,  /* the text could not be allocated (*text null) */
   GSLCLEGAL_NULL_ARG = 9,   /* null entry or text */
   GSLCLEGAL_NO_CONTEXT = 89 /* no core context */
+};
+
+/* Forms of gslclegalfGetAsLDIFForm. */
+enum {
+  GSLCLE_LDIF_FORM_LIBRARY = 0, /* the change records of convention 3 */
+  GSLCLE_LDIF_FORM_RFC2849 = 1  /* the change records of convention 5 */
 };
 
 /* Values of gslcleGetAttrAsLDIF's with_header. */
@@ -84,6 +120,14 @@ int gslcleccaCreateCheckedAttribute(const gslcClientHandle *ctx, const char *nam
  * gslclecnCheckAttrName refuses, or a new RDN or new superior with a line
  * break, is refused whole (2) and nothing is written. */
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text);
+
+/* gslclegalGetAsLDIF in the given form (GSLCLE_LDIF_FORM_*; any other value
+ * is GSLCLE_LDIF_FORM_LIBRARY), and *length (when length is not null) the
+ * text's length, so that nobody measures it again. *text and *length are
+ * cleared first. The form's rules for rename fields apply: the RFC 2849
+ * form refuses none. */
+int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int form,
+                            char **text, size_t *length);
 
 /* The string builders below return null, like a failed allocation, for a
  * name or rename field that gslclegalGetAsLDIF refuses. */
