@@ -11,7 +11,9 @@
 
 #include "core/memory.h"
 #include "core/owned.h"
+#include "dsml/reader_common.h"
 #include "dsml/reader_table.h"
+#include "dsml/reader_v2_internal.h"
 #include "entry/base64.h"
 #include "entry/ldif_record.h"
 #include "util/strings.h"
@@ -28,6 +30,10 @@ constexpr const char kDnAttribute[] = "dn";
 constexpr const char kNameAttribute[] = "name";
 constexpr const char kEncodingAttribute[] = "encoding";
 constexpr const char kObjectclassName[] = "objectclass";
+
+// The names failures give the elements at fault.
+constexpr char kEntryElement[] = "entry";
+constexpr char kAttrElement[] = "attr";
 
 // An XML parser instance ended with xmlterm unless handed on.
 struct XmlTerm {
@@ -47,65 +53,13 @@ const xmlsaxcb kReaderHandlers = {sax_startDocument, sax_endDocument, sax_startE
          kind == GSLXDV_SOURCE_NOT_READ_2048 || kind == GSLXDV_SOURCE_NOT_READ_4096;
 }
 
-[[nodiscard]] bool isReading(const GslxdvStateMachine *machine) { return machine->reading != 0; }
-
-// Each byte as an ASCII name compares ignoring case: letters in lower case,
-// other ASCII as it stands, and bytes beyond ASCII as 0xff, which no name
-// holds.
-constexpr auto kAsciiFolded = [] {
-  struct Table {
-    char of[256];
-  } t{};
-  for (int b = 0; b < 256; ++b) {
-    t.of[b] = b >= 'A' && b <= 'Z' ? static_cast<char>(b + ('a' - 'A'))
-              : b < 0x80           ? static_cast<char>(b)
-                                   : static_cast<char>(0xff);
-  }
-  return t;
-}();
-
-// Whether name (NUL-terminated) equals lower (an ASCII name in lower case)
-// ignoring the case of ASCII letters. The walk stops at the first
-// difference, a NUL in name included, so it never reads past name's end.
-[[nodiscard]] bool equalsAscii(const char *name, std::string_view lower) {
-  for (std::size_t i = 0; i < lower.size(); ++i) {
-    if (kAsciiFolded.of[static_cast<unsigned char>(name[i])] != lower[i]) return false;
-  }
-  return name[lower.size()] == '\0';
-}
-
-[[nodiscard]] bool hasNonAscii(const char *name) {
-  for (; *name != '\0'; ++name) {
-    if ((static_cast<unsigned char>(*name) & 0x80) != 0) return true;
-  }
-  return false;
-}
-
-// The first of count names (lower-case ASCII, given by nameAt) that name
-// equals ignoring case, or count. ASCII decides on its own, since ASCII
-// letters fold only to ASCII; a name with bytes beyond ASCII that matched
-// none is compared again through full Unicode case folding, under which a
-// name of another length may match.
-template <class NameAt>
-[[nodiscard]] std::size_t matchName(gsluctx *core, const char *name, std::size_t count,
-                                    NameAt nameAt) {
-  for (std::size_t i = 0; i < count; ++i) {
-    if (equalsAscii(name, nameAt(i))) return i;
-  }
-  if (!hasNonAscii(name)) return count;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (gslusicStrcasecmp(core, nameAt(i).data(), name) == GSLUS_CMP_EQUAL) return i;
-  }
-  return count;
-}
-
 // The transition for (state, name), or null: the element is then skipped.
 [[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
   if (state >= gslxdv::kTableStates) return nullptr;
   const gslxdv::StateRows rows = gslxdv::kStateRows.of[state];
   const Transition *first = &gslxdv::kTransitions[rows.first];
-  const std::size_t i =
-      matchName(core, name, rows.count, [first](std::size_t k) { return first[k].element; });
+  const std::size_t i = gslxdv::matchName(core, name, rows.count,
+                                          [first](std::size_t k) { return first[k].element; });
   return i < rows.count ? &first[i] : nullptr;
 }
 
@@ -116,60 +70,15 @@ void moveTo(GslxdvStateMachine *m, uint16_t state) {
   xmlWantText(m->xml, state == GSLXDV_STATE_OC_VALUE || state == GSLXDV_STATE_VALUE);
 }
 
-// The pending text lives in a buffer the machine keeps from one value to the
-// next, so a value costs no allocation of its own; a buffer grown past this
-// size by a long value is given back once the value was taken.
-constexpr uint32_t kRetainedTextBytes = 64 * 1024;
-constexpr uint32_t kInitialTextBytes = 256;
-
-// Forgets the pending text; the buffer stays for the next.
-void dropText(GslxdvStateMachine *m) {
-  m->text_pending = 0;
-  m->text_length = 0;
-}
-
-// Gives the buffer back.
-void releaseText(GslxdvStateMachine *m) {
-  dropText(m);
-  (void)gslumfFree(m->core_context, m->text);
-  m->text = nullptr;
-  m->text_capacity = 0;
-}
-
-// Room for size bytes in the text buffer; its content is not kept.
-[[nodiscard]] bool reserveText(GslxdvStateMachine *m, uint32_t size) {
-  if (size <= m->text_capacity) return true;
-  const uint32_t grown = std::max(
-      {size, kInitialTextBytes, m->text_capacity <= UINT32_MAX / 2 ? 2 * m->text_capacity : size});
-  char *block = static_cast<char *>(gslummMalloc(m->core_context, grown));
-  if (block == nullptr) return false;
-  (void)gslumfFree(m->core_context, m->text);
-  m->text = block;
-  m->text_capacity = grown;
-  return true;
-}
-
 // ---- Diagnostics ------------------------------------------------------------------
 
-[[nodiscard]] bool hasFailure(const GslxdvDiagnostic &d) {
-  return d.cause != GSLXDV_CAUSE_NONE && d.cause != GSLXDV_CAUSE_NOT_DSML;
-}
+using gslxdv::hasFailure;
+using gslxdv::setDetail;
 
-void setDetail(GslxdvDiagnostic *d, const char *detail) {
-  std::snprintf(d->detail, sizeof d->detail, "%s", detail != nullptr ? detail : "");
-}
-
-// Records why the document fails, where the parser stands: the tag being
-// reported (for text, the tag that follows it, the end of its value). The
-// position is worked out only here, as expat does it from the bytes read
-// since it last did, which is costly when asked often. The first cause
-// recorded is the one that counts.
+// Records why the document fails, where the parser stands (for text, the
+// tag that follows it, the end of its value).
 void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
-  GslxdvDiagnostic &d = m->diagnostic;
-  if (hasFailure(d)) return;
-  d.cause = cause;
-  xmlPosition(m->xml, &d.line, &d.column);
-  setDetail(&d, detail);
+  gslxdv::recordFailure(&m->diagnostic, m->xml, cause, detail);
 }
 
 // The cause a handler's status stands for, unless the handler recorded one.
@@ -178,8 +87,11 @@ void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
   if (status == GSLXDV_OK || hasFailure(m->diagnostic)) return status;
   switch (status) {
     case GSLXDV_MISSING_ATTRIBUTE:
-      recordFailure(m, m->state == GSLXDV_STATE_ENTRIES ? GSLXDV_CAUSE_NO_DN : GSLXDV_CAUSE_NO_NAME,
-                    nullptr);
+      if (m->state == GSLXDV_STATE_ENTRIES) {
+        recordFailure(m, GSLXDV_CAUSE_NO_DN, kEntryElement);
+      } else {
+        recordFailure(m, GSLXDV_CAUSE_NO_NAME, kAttrElement);
+      }
       break;
     case GSLXDV_REFUSED_NAME:
       recordFailure(m, GSLXDV_CAUSE_REFUSED_NAME, gslxGetAttrValue(attributes, kNameAttribute));
@@ -207,8 +119,8 @@ void noteRoot(GslxdvStateMachine *m, const char *name) {
 }
 
 // Why xmlparse failed, when no handler said.
-void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
-  if (hasFailure(m->diagnostic)) return;
+void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
+  if (hasFailure(*d)) return;
   int32_t cause = GSLXDV_CAUSE_OTHER;
   switch (xml_status) {
     case XMLIF_SOURCE_UNREADABLE: cause = GSLXDV_CAUSE_UNREADABLE; break;
@@ -219,10 +131,9 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
     case XMLIF_NO_MEMORY: cause = GSLXDV_CAUSE_NO_MEMORY; break;
     default: break;
   }
-  GslxdvDiagnostic &d = m->diagnostic;
-  d.cause = cause;
-  xmlPosition(xml, &d.line, &d.column);
-  setDetail(&d, xmlErrorText(xml));
+  d->cause = cause;
+  xmlPosition(xml, &d->line, &d->column);
+  setDetail(d, xmlErrorText(xml));
 }
 
 // ---- Opening an element ---------------------------------------------------------
@@ -328,10 +239,9 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
 
 // Adds the pending text as a value; without text, a value of length 0.
 [[nodiscard]] int addValue(GslxdvStateMachine *m) {
-  const BERVal value{m->text_length, m->text_pending != 0 ? m->text : nullptr};
+  const BERVal value{m->text.length, m->text.pending != 0 ? m->text.bytes : nullptr};
   if (gslcleabvAddAttrBValue(nullptr, m->attribute, &value) != GSLCLE_OK) return GSLXDV_FAILED;
-  dropText(m);
-  if (m->text_capacity > kRetainedTextBytes) releaseText(m);
+  gslxdv::keepOrReleaseText(m->core_context, &m->text);
   return GSLXDV_OK;
 }
 
@@ -354,26 +264,6 @@ void recordParseFailure(GslxdvStateMachine *m, xmlctx *xml, int xml_status) {
     return GSLXDV_FAILED;
   }
   moveTo(m, m->states[--m->depth]);
-  return GSLXDV_OK;
-}
-
-// ---- Text ---------------------------------------------------------------------------
-
-// Copies length bytes of text and a NUL. The copy stops at a NUL byte (and
-// pads with NULs), while the recorded length stays the full length.
-void copyText(gsluctx *core, char *to, const char *bytes, uint32_t length) {
-  (void)gslussnStrncpy(core, to, bytes, length);
-  to[length] = '\0';  // the base64 cleaner reads up to it
-}
-
-// Replaces the length bytes of base64 text at text by the bytes they encode,
-// NUL-terminated, and stores their number in *length. Decoded in place: the
-// bytes never outgrow the text they come from.
-[[nodiscard]] int decodeBase64(char *text, uint32_t *length) {
-  const uint32_t decoded = gsluztvb64dcln(text, *length, text);
-  if (decoded == GSLUZTV_B64_MALFORMED) return GSLXDV_BAD_BASE64;
-  text[decoded] = '\0';
-  *length = decoded;
   return GSLXDV_OK;
 }
 
@@ -420,21 +310,192 @@ int characters(GslxdvStateMachine *m, const char *bytes, uint32_t length) {
   if (bytes == nullptr) return GSLXDV_NULL_ARG;
   // Each piece replaces the pending one: of a value given in several pieces
   // only the last is kept.
-  dropText(m);
-  // Detect and prevent integer overflow: room for the NUL must fit 32 bits.
-  if (length == UINT32_MAX) return GSLXDV_NO_MEMORY;
-  if (!reserveText(m, length + 1)) return GSLXDV_NO_MEMORY;
-  copyText(m->core_context, m->text, bytes, length);
-  uint32_t text_length = length;
-  if (m->base64 != 0) {
-    if (const int st = decodeBase64(m->text, &text_length); st != GSLXDV_OK) return st;
+  if (const int st = gslxdv::replaceText(m->core_context, &m->text, bytes, length);
+      st != GSLXDV_OK) {
+    return st;
   }
-  m->text_length = text_length;
-  m->text_pending = 1;
+  if (m->base64 != 0) {
+    if (const int st = gslxdv::decodeText(&m->text); st != GSLXDV_OK) return st;
+  }
   // Deliberate: the mark is cleared after the first piece, so a later piece
   // of the same value is kept as it stands, undecoded.
   m->base64 = 0;
   return GSLXDV_OK;
+}
+
+// ---- Finding the payload ------------------------------------------------------------
+// While a document read by gslxdvpParse has not shown its payload, and while
+// a payload inside a SOAP Envelope is read, the events come to these
+// handlers, whose user context is the parser context; they pass the
+// payload's events on to the machine that reads it. A payload that is the
+// document element is handed to its machine's handlers outright, so that a
+// plain document costs nothing more than with that machine alone.
+
+// SOAP names, compared as DSML names are.
+constexpr std::string_view kEnvelope = "envelope";
+constexpr std::string_view kBody = "body";
+// The payloads of DSML v2.
+constexpr std::string_view kBatchRequest = "batchrequest";
+constexpr std::string_view kBatchResponse = "batchresponse";
+constexpr std::string_view kDsml = "dsml";
+// Depth of the Body inside the Envelope.
+constexpr uint32_t kBodyDepth = 2;
+
+const xmlsaxcb kV1Handlers = {sax_startDocument, sax_endDocument, sax_startElement,
+                              sax_endElement,    sax_characters,  {}};
+
+[[nodiscard]] GslxdvParserCtx *contextOf(void *user) { return static_cast<GslxdvParserCtx *>(user); }
+
+// The machine reading the payload, with its handlers.
+struct Reader {
+  const xmlsaxcb *handlers;
+  void *machine;
+};
+
+[[nodiscard]] Reader readerOf(const GslxdvParserCtx *c) {
+  if (c->version == GSLXDV_VERSION_2) return {&gslxdv2::kHandlers, c->machine2};
+  return {&kV1Handlers, c->machine};
+}
+
+// Starts reading the payload (the element name opens) with the machine for
+// its version: v2 for a batch, v1 for anything else, which v1 reads or
+// warns about.
+[[nodiscard]] int startPayload(GslxdvParserCtx *c, const char *name, const xmlattrs *attributes,
+                               bool outright) {
+  gsluctx *core = c->machine->core_context;
+  const bool v2 = gslxdv::isName(core, name, kBatchRequest) ||
+                  gslxdv::isName(core, name, kBatchResponse);
+  c->version = v2                                  ? GSLXDV_VERSION_2
+               : gslxdv::isName(core, name, kDsml) ? GSLXDV_VERSION_1
+                                                   : GSLXDV_VERSION_NONE;
+  c->machine->diagnostic = GslxdvDiagnostic{};  // the Envelope's warning, if any
+  c->payload = GSLXDV_PAYLOAD_READING;
+  c->payload_depth = c->depth;
+  const Reader r = readerOf(c);
+  if (outright) xmlSetHandlers(c->xml, r.handlers, r.machine);
+  if (const int st = r.handlers->startDocument(r.machine); st != GSLXDV_OK) return st;
+  return r.handlers->startElement(r.machine, name, attributes);
+}
+
+// An Envelope gives the warning of a document that is not DSML until its
+// payload shows up.
+void noteEnvelope(GslxdvParserCtx *c, const char *name) {
+  GslxdvDiagnostic &d = c->machine->diagnostic;
+  d.cause = GSLXDV_CAUSE_NOT_DSML;
+  xmlPosition(c->xml, &d.line, &d.column);
+  setDetail(&d, name);
+}
+
+int findStartDocument(void *user) {
+  GslxdvParserCtx *c = contextOf(user);
+  c->payload = GSLXDV_PAYLOAD_NONE;
+  c->depth = 0;
+  xmlWantText(c->xml, 0);  // nothing outside the payload is read
+  return GSLXDV_OK;
+}
+
+int findStartElement(void *user, const char *name, const xmlattrs *attributes) {
+  GslxdvParserCtx *c = contextOf(user);
+  ++c->depth;
+  switch (c->payload) {
+    case GSLXDV_PAYLOAD_NONE:
+      if (!gslxdv::isName(c->machine->core_context, name, kEnvelope)) {
+        return startPayload(c, name, attributes, true);
+      }
+      c->payload = GSLXDV_PAYLOAD_ENVELOPE;
+      noteEnvelope(c, name);
+      return GSLXDV_OK;
+    case GSLXDV_PAYLOAD_ENVELOPE:
+      if (c->depth == kBodyDepth && gslxdv::isName(c->machine->core_context, name, kBody)) {
+        c->payload = GSLXDV_PAYLOAD_BODY;
+      }
+      return GSLXDV_OK;
+    case GSLXDV_PAYLOAD_BODY: return startPayload(c, name, attributes, false);
+    case GSLXDV_PAYLOAD_READING: {
+      const Reader r = readerOf(c);
+      return r.handlers->startElement(r.machine, name, attributes);
+    }
+    default: return GSLXDV_OK;
+  }
+}
+
+int findEndElement(void *user, const char *name) {
+  GslxdvParserCtx *c = contextOf(user);
+  const uint32_t depth = c->depth--;
+  switch (c->payload) {
+    case GSLXDV_PAYLOAD_BODY:
+      // A Body that held no element: the Envelope's warning stands.
+      if (depth == kBodyDepth) c->payload = GSLXDV_PAYLOAD_ENVELOPE;
+      return GSLXDV_OK;
+    case GSLXDV_PAYLOAD_READING: {
+      if (depth == c->payload_depth) c->payload = GSLXDV_PAYLOAD_DONE;
+      const Reader r = readerOf(c);
+      return r.handlers->endElement(r.machine, name);
+    }
+    default: return GSLXDV_OK;
+  }
+}
+
+int findCharacters(void *user, const char *bytes, uint32_t length) {
+  GslxdvParserCtx *c = contextOf(user);
+  if (c->payload != GSLXDV_PAYLOAD_READING) return GSLXDV_OK;
+  const Reader r = readerOf(c);
+  return r.handlers->characters(r.machine, bytes, length);
+}
+
+// The payload's machine ends its document, whether or not its element was
+// the last one read.
+int findEndDocument(void *user) {
+  GslxdvParserCtx *c = contextOf(user);
+  if (c->payload != GSLXDV_PAYLOAD_READING && c->payload != GSLXDV_PAYLOAD_DONE) {
+    return GSLXDV_OK;
+  }
+  const Reader r = readerOf(c);
+  return r.handlers->endDocument(r.machine);
+}
+
+const xmlsaxcb kFindHandlers = {findStartDocument, findEndDocument, findStartElement,
+                                findEndElement,    findCharacters,  {}};
+
+// What a parse function does before any document is read: GSLXDV_OK to go
+// on and read the source, anything else to return at once.
+[[nodiscard]] int32_t checkParse(const char *source, uint32_t kind, const GslxdvParserCtx *handle,
+                                 bool *read) {
+  if (source == nullptr || handle == nullptr) return GSLXDV_NULL_ARG;
+  const uint32_t source_kind = kind & 0xffffu;  // the code is 16 bits wide
+  if (!isSourceKind(source_kind)) return GSLXDV_UNKNOWN_KIND;
+  // From an entry callback: releasing the members here would pull the
+  // entry from under the document being read.
+  if (handle->busy != 0) return GSLXDV_FAILED;
+  // Deliberate: the other accepted kinds read nothing and succeed.
+  *read = source_kind == GSLXDV_SOURCE_URI;
+  return GSLXDV_OK;
+}
+
+// Reads the source with the handlers installed, and after a failure
+// records why (when no handler said) and releases what the machines held.
+[[nodiscard]] int32_t readDocument(GslxdvParserCtx *c, const char *source) {
+  c->busy = 1;
+  const int xml_status = xmlparse(c->xml, source, nullptr, XMLIF_READER_FLAGS);
+  c->busy = 0;
+  if (xml_status == XMLIF_OK) return GSLXDV_OK;
+  GslxdvDiagnostic *d = c->version == GSLXDV_VERSION_2 ? &c->machine2->diagnostic
+                                                       : &c->machine->diagnostic;
+  recordParseFailure(d, c->xml, xml_status);
+  (void)gslxdv1fsmFreeStateMacMemb(c->machine);
+  gslxdv2::releaseMembers(c->machine2);
+  return GSLXDV_FAILED;
+}
+
+// The machines' callback, and nothing left of the document before.
+void prepare(GslxdvParserCtx *c, GslxdvEntryCallback callback, void *callback_arg) {
+  GslxdvStateMachine *m = c->machine;
+  m->callback = callback;
+  m->callback_arg = callback_arg;
+  m->diagnostic = GslxdvDiagnostic{};
+  m->root_seen = 0;
+  gslxdv2::prepareDocument(c->machine2, callback, callback_arg);
+  c->version = GSLXDV_VERSION_NONE;
 }
 
 }  // namespace
@@ -455,42 +516,66 @@ int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c
   if (machine == nullptr) return GSLXDV_NO_MEMORY;
   gslxdv1iInitSMachine(machine.get());
   int xml_status = XMLIF_OK;  // the parser's reason is not reported further
-  OwnedParser xml(xmlinit(&xml_status, c1, c2, c3, &kReaderHandlers, machine.get(), c4, c5, c6));
+  OwnedParser xml(xmlinit(&xml_status, c1, c2, c3, &kV1Handlers, machine.get(), c4, c5, c6));
   if (xml == nullptr) return GSLXDV_XML_INIT_FAILED;
+  std::unique_ptr<GslxdvV2Machine, void (*)(GslxdvV2Machine *)> machine2(
+      gslxdv2::createMachine(core, xml.get()), gslxdv2::destroyMachine);
+  if (machine2 == nullptr) return GSLXDV_NO_MEMORY;
   auto *context = static_cast<GslxdvParserCtx *>(gslummMalloc(core, sizeof(GslxdvParserCtx)));
   if (context == nullptr) return GSLXDV_NO_MEMORY;
+  *context = GslxdvParserCtx{};
   machine->xml = xml.get();
   context->xml = xml.release();
   context->machine = machine.release();
+  context->machine2 = machine2.release();
   *handle = context;
   return GSLXDV_OK;
 }
 
 int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
                       GslxdvEntryCallback callback, void *callback_arg) {
-  if (source == nullptr || handle == nullptr) return GSLXDV_NULL_ARG;
-  const uint32_t source_kind = kind & 0xffffu;  // the code is 16 bits wide
-  if (!isSourceKind(source_kind)) return GSLXDV_UNKNOWN_KIND;
-  GslxdvStateMachine *m = handle->machine;
-  // From an entry callback: releasing the members here would pull the
-  // entry from under the document being read.
-  if (isReading(m)) return GSLXDV_FAILED;
-  m->callback = callback;
-  m->callback_arg = callback_arg;
-  m->diagnostic = GslxdvDiagnostic{};
-  m->root_seen = 0;
-  // Deliberate: the other accepted kinds read nothing and succeed.
-  if (source_kind != GSLXDV_SOURCE_URI) return GSLXDV_OK;
-  const int xml_status = xmlparse(handle->xml, source, nullptr, XMLIF_READER_FLAGS);
-  if (xml_status == XMLIF_OK) return GSLXDV_OK;
-  recordParseFailure(m, handle->xml, xml_status);
-  (void)gslxdv1fsmFreeStateMacMemb(m);
-  return GSLXDV_FAILED;
+  bool read = false;
+  if (const int32_t st = checkParse(source, kind, handle, &read); st != GSLXDV_OK) return st;
+  prepare(handle, callback, callback_arg);
+  if (!read) return GSLXDV_OK;
+  handle->version = GSLXDV_VERSION_1;
+  xmlSetHandlers(handle->xml, &kV1Handlers, handle->machine);
+  return readDocument(handle, source);
+}
+
+int32_t gslxdvpParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
+                     GslxdvEntryCallback callback, void *callback_arg) {
+  bool read = false;
+  if (const int32_t st = checkParse(source, kind, handle, &read); st != GSLXDV_OK) return st;
+  prepare(handle, callback, callback_arg);
+  if (!read) return GSLXDV_OK;
+  xmlSetHandlers(handle->xml, &kFindHandlers, handle);
+  return readDocument(handle, source);
+}
+
+int32_t gslxdvgvGetVersion(const GslxdvParserCtx *handle) {
+  return handle != nullptr ? handle->version : GSLXDV_VERSION_NONE;
+}
+
+int32_t gslxdvgwGetWarnings(const GslxdvParserCtx *handle, GslxdvWarnings *out) {
+  if (handle == nullptr || out == nullptr) return GSLXDV_NULL_ARG;
+  *out = handle->version == GSLXDV_VERSION_2 ? handle->machine2->warnings : GslxdvWarnings{};
+  return GSLXDV_OK;
+}
+
+const char *gslxdvskSkippedKindName(int32_t kind) {
+  static constexpr const char *kNames[GSLXDV_SKIPPED_KINDS] = {
+      "searchRequest",   "compareRequest",        "extendedRequest",  "abandonRequest",
+      "authRequest",     "searchResultReference", "addResponse",      "modifyResponse",
+      "delResponse",     "modDNResponse",         "compareResponse",  "extendedResponse",
+      "authResponse",    "other"};
+  return kind >= 0 && kind < GSLXDV_SKIPPED_KINDS ? kNames[kind] : nullptr;
 }
 
 int32_t gslxdv1gdGetDiagnostic(const GslxdvParserCtx *handle, GslxdvDiagnostic *out) {
   if (handle == nullptr || out == nullptr) return GSLXDV_NULL_ARG;
-  *out = handle->machine->diagnostic;
+  *out = handle->version == GSLXDV_VERSION_2 ? handle->machine2->diagnostic
+                                             : handle->machine->diagnostic;
   return GSLXDV_OK;
 }
 
@@ -499,10 +584,11 @@ int32_t gslxdv1cCleanup(GslxdvParserCtx **handle) {
   gsluctx *core = gslu::resolveContext(nullptr);
   if (core == nullptr) return GSLXDV_NO_CONTEXT;
   GslxdvParserCtx *context = *handle;
-  if (context->machine != nullptr && isReading(context->machine)) return GSLXDV_FAILED;
+  if (context->busy != 0) return GSLXDV_FAILED;
   xmlterm(context->xml);
   (void)gslxdv1fsmFreeStateMacMemb(context->machine);
   (void)gslumfFree(core, context->machine);
+  gslxdv2::destroyMachine(context->machine2);
   (void)gslumfFree(core, context);
   *handle = nullptr;
   return GSLXDV_OK;
@@ -518,10 +604,9 @@ int sax_startDocument(void *machine) {
   m->entry = nullptr;
   m->attribute = nullptr;
   m->skip_name = nullptr;
-  dropText(m);
+  gslxdv::dropText(&m->text);
   m->base64 = 0;
   m->depth = 0;
-  m->reading = 1;
   return GSLXDV_OK;
 }
 
@@ -573,12 +658,11 @@ int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine) {
   gsluctx *core = machine->core_context;
   if (machine->entry != nullptr) (void)gslcledeDestroyLDAPEntry(nullptr, machine->entry);
   if (machine->attribute != nullptr) gslcledaDestroyLDAPAttribute(nullptr, machine->attribute);
-  releaseText(machine);
+  gslxdv::releaseText(core, &machine->text);
   (void)gslumfFree(core, machine->skip_name);
   machine->entry = nullptr;
   machine->attribute = nullptr;
   machine->depth = 0;
-  machine->reading = 0;
   machine->skip_name = nullptr;
   return GSLXDV_OK;
 }
@@ -589,10 +673,7 @@ const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {
   const std::string_view wanted = count != 0 ? name : "";
   for (uint32_t i = 0; i < count; ++i) {
     const xmlattr *attribute = getAttributeIndex(attributes, i);
-    if (matchName(nullptr, getAttrLocal(attribute), 1, [wanted](std::size_t) { return wanted; }) ==
-        0) {
-      return getAttrValue(attribute);
-    }
+    if (gslxdv::isName(nullptr, getAttrLocal(attribute), wanted)) return getAttrValue(attribute);
   }
   return nullptr;
 }

@@ -1,5 +1,5 @@
 /*
- * dsml/reader.h - reads DSML v1 documents into directory entries.
+ * dsml/reader.h - reads DSML documents, v1 and v2, into directory entries.
  *
  * Conventions (those of core/context.h, plus):
  *   1. A parser context (GslxdvParserCtx) is created once, parses any number
@@ -25,6 +25,34 @@
  *      gslxdv1pParse return GSLXDV_FAILED (2), after releasing everything it
  *      held, so the same context can parse the next document. Entries
  *      delivered before the failure stay delivered.
+ *   6. gslxdvpParse reads either version. The payload is the document
+ *      element, or, when that is a SOAP Envelope, the first element inside
+ *      its Body (anything beside the Body, and after the payload, is
+ *      ignored). A payload dsml is read as gslxdv1pParse reads a document;
+ *      batchRequest and batchResponse are DSML v2, read as below; any other
+ *      payload gives no entry and the warning GSLXDV_CAUSE_NOT_DSML.
+ *   7. DSML v2. Names match as in v1 (local names, any letter case), and so
+ *      do DSML's own XML attributes. Each entry goes to the callback as soon
+ *      as its element closes:
+ *        addRequest          change type add, set explicitly; its attr
+ *                            elements as attributes;
+ *        modifyRequest       change type modify; each modification an
+ *                            attribute whose change type is its operation
+ *                            (add, delete, replace, or increment);
+ *        delRequest          change type delete;
+ *        modDNRequest        change type modrdn with newrdn, deleteoldrdn
+ *                            (default true) and newSuperior when present;
+ *        searchResultEntry   a plain content entry (change type add, never
+ *                            set), in a batchResponse or a searchResponse.
+ *      control elements of a request become the entry's controls (type a
+ *      numeric OID, criticality default false, controlValue its value).
+ *      Other requests and responses give no entry and are counted for the
+ *      warnings (gslxdvgwGetWarnings); elements inside an operation other
+ *      than control, attr and modification are skipped. A value is all the
+ *      text directly inside its element, kept exactly; an xsi:type of
+ *      base64Binary decodes it, anyURI fails the document. Booleans are
+ *      true, false, 1 or 0 around XML white space. A failure records its
+ *      cause (GSLXDV_CAUSE_*) as in v1.
  */
 #ifndef QUILLOMAT_DSML_READER_H
 #define QUILLOMAT_DSML_READER_H
@@ -100,9 +128,62 @@ enum {
                                   return to (a skipped element holding
                                   one of its own name ends its skip
                                   early) */
-  GSLXDV_CAUSE_TOO_DEEP = 15   /* more than 65535 elements open inside a
+  GSLXDV_CAUSE_TOO_DEEP = 15,  /* more than 65535 elements open inside a
                                   skipped one */
+  GSLXDV_CAUSE_NO_NEWRDN = 16,       /* a modDNRequest without newrdn */
+  GSLXDV_CAUSE_BAD_BOOLEAN = 17,     /* detail: the text that is not one */
+  GSLXDV_CAUSE_BAD_CONTROL_TYPE = 18, /* detail: the type ("" when absent) */
+  GSLXDV_CAUSE_URI_VALUE = 19,       /* a value given by URI (anyURI) */
+  GSLXDV_CAUSE_BAD_OPERATION = 20    /* a modification's operation
+                                        (detail: it, "" when absent) */
 };
+/* For GSLXDV_CAUSE_NO_DN and GSLXDV_CAUSE_NO_NAME the detail is the name of
+ * the element at fault ("entry", "addRequest", "attr", "modification"). */
+
+/* The DSML version of the document being read or last read. */
+enum { GSLXDV_VERSION_NONE = 0, GSLXDV_VERSION_1 = 1, GSLXDV_VERSION_2 = 2 };
+
+/* What the latest DSML v2 document read leaves unsaid in its LDIF, for the
+ * warnings written after it. Counts of elements that have no LDIF form and
+ * were skipped, by kind, in this order: */
+enum {
+  GSLXDV_SKIPPED_SEARCH_REQUEST = 0,
+  GSLXDV_SKIPPED_COMPARE_REQUEST,
+  GSLXDV_SKIPPED_EXTENDED_REQUEST,
+  GSLXDV_SKIPPED_ABANDON_REQUEST,
+  GSLXDV_SKIPPED_AUTH_REQUEST,
+  GSLXDV_SKIPPED_SEARCH_RESULT_REFERENCE,
+  GSLXDV_SKIPPED_ADD_RESPONSE,
+  GSLXDV_SKIPPED_MODIFY_RESPONSE,
+  GSLXDV_SKIPPED_DEL_RESPONSE,
+  GSLXDV_SKIPPED_MODDN_RESPONSE,
+  GSLXDV_SKIPPED_COMPARE_RESPONSE,
+  GSLXDV_SKIPPED_EXTENDED_RESPONSE,
+  GSLXDV_SKIPPED_AUTH_RESPONSE,
+  GSLXDV_SKIPPED_OTHER, /* any other element where requests or responses
+                           stand */
+  GSLXDV_SKIPPED_KINDS
+};
+
+/* Distinct texts in the order they first came, each cut to fit (at a
+ * character boundary), at most GSLXDV_LIST_MAX of them. */
+enum { GSLXDV_LIST_MAX = 8, GSLXDV_LIST_TEXT_SIZE = 33 };
+typedef struct GslxdvTextList {
+  uint32_t count; /* texts kept */
+  uint32_t more;  /* 1 when further distinct texts were not kept */
+  char texts[GSLXDV_LIST_MAX][GSLXDV_LIST_TEXT_SIZE]; /* NUL-terminated */
+} GslxdvTextList;
+
+typedef struct GslxdvWarnings {
+  uint32_t skipped[GSLXDV_SKIPPED_KINDS]; /* GSLXDV_SKIPPED_* */
+  uint32_t failed_searches;    /* searchResultDone whose result code is not 0 */
+  GslxdvTextList result_codes; /* those codes, as written */
+  uint32_t error_responses;    /* errorResponse elements */
+  GslxdvTextList error_types;  /* their type attributes */
+  uint32_t dropped_controls;   /* searchResultEntry elements whose controls
+                                  were dropped: a content record cannot
+                                  carry them */
+} GslxdvWarnings;
 
 enum { GSLXDV_DETAIL_SIZE = 256 };
 
@@ -137,9 +218,30 @@ int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c
 int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
                       GslxdvEntryCallback callback, void *callback_arg);
 
-/* Copies into *out what the latest gslxdv1pParse of handle has to say: why
- * the document failed, or, for a document read whole, GSLXDV_CAUSE_NOT_DSML
- * or GSLXDV_CAUSE_NONE. 9 for a null handle or out, else 0. */
+/* Reads one document of either DSML version (convention 6) and hands each
+ * entry to callback(entry, callback_arg); kinds, statuses and the release
+ * of what a failed document held as gslxdv1pParse. While the callback runs,
+ * gslxdvgvGetVersion tells which version the entry comes from. */
+int32_t gslxdvpParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
+                     GslxdvEntryCallback callback, void *callback_arg);
+
+/* GSLXDV_VERSION_1 or _2 once the document being read (or last read) showed
+ * its version, GSLXDV_VERSION_NONE before, for a document that is neither,
+ * and for a null handle. */
+int32_t gslxdvgvGetVersion(const GslxdvParserCtx *handle);
+
+/* Copies into *out the counts of the latest DSML v2 document read by
+ * gslxdvpParse (all 0 after any other document). 9 for a null handle or
+ * out, else 0. */
+int32_t gslxdvgwGetWarnings(const GslxdvParserCtx *handle, GslxdvWarnings *out);
+
+/* The element name of a GSLXDV_SKIPPED_* kind ("searchRequest"), or "other
+ * elements" for GSLXDV_SKIPPED_OTHER; null for any other number. */
+const char *gslxdvskSkippedKindName(int32_t kind);
+
+/* Copies into *out what the latest gslxdv1pParse or gslxdvpParse of handle
+ * has to say: why the document failed, or, for a document read whole,
+ * GSLXDV_CAUSE_NOT_DSML or GSLXDV_CAUSE_NONE. 9 for a null handle or out, else 0. */
 int32_t gslxdv1gdGetDiagnostic(const GslxdvParserCtx *handle, GslxdvDiagnostic *out);
 
 /* Ends the XML parser instance, releases the machine and the context and

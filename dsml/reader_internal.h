@@ -19,9 +19,10 @@
  *     than wrap.
  *   - When a value's text cannot be kept (allocation or base64 failure) the
  *     pending text is already released and left null, never referenced.
- *   - gslxdv1pParse and gslxdv1cCleanup refuse (GSLXDV_FAILED, nothing
- *     touched) while a document of the same context is being read, that is
- *     when called from that context's entry callback.
+ *   - gslxdv1pParse, gslxdvpParse and gslxdv1cCleanup refuse
+ *     (GSLXDV_FAILED, nothing touched) while a document of the same context
+ *     is being read, that is when called from that context's entry
+ *     callback.
  */
 #ifndef QUILLOMAT_DSML_READER_INTERNAL_H
 #define QUILLOMAT_DSML_READER_INTERNAL_H
@@ -66,6 +67,16 @@ enum {
  * more starts a skip. */
 enum { GSLXDV_MAX_DEPTH = 8 };
 
+/* The text of the value being read, in a buffer kept from one value to the
+ * next within a document (dsml/reader_common.h). */
+typedef struct GslxdvText {
+  char *bytes;       /* null when no buffer is held. Owned */
+  uint32_t length;   /* bytes of pending text, the NUL not counted */
+  uint32_t capacity; /* bytes the buffer holds */
+  uint16_t pending;  /* 1 when the buffer holds the pending value's text
+                        (NUL-terminated) */
+} GslxdvText;
+
 /* The state machine; the user context of every handler. */
 typedef struct GslxdvStateMachine {
   LDAPEntry *entry;                  /* being built; null outside entry. Owned */
@@ -76,16 +87,8 @@ typedef struct GslxdvStateMachine {
                                         the state to return to when it
                                         closes */
   uint32_t depth;                    /* states on the stack */
-  uint16_t reading;                  /* 1 from the start of a document to its end
-                                        or failure */
   gsluctx *core_context;             /* every allocation and release */
-  char *text;                        /* the text buffer, kept from one value to the
-                                        next within a document; null when none.
-                                        Owned */
-  uint32_t text_length;              /* bytes of pending text, the NUL not counted */
-  uint32_t text_capacity;            /* bytes the buffer holds */
-  uint16_t text_pending;             /* 1 when the buffer holds the pending value's
-                                        text (NUL-terminated) */
+  GslxdvText text;                   /* the pending value's text */
   uint16_t base64;                   /* 1: the current value is base64 text */
   char *skip_name;                   /* copy of the skipped element's name; null
                                         when not skipping. Owned */
@@ -101,10 +104,30 @@ typedef struct GslxdvStateMachine {
   uint16_t root_seen;          /* 1 once the document's root element opened */
 } GslxdvStateMachine;
 
+typedef struct GslxdvV2Machine GslxdvV2Machine; /* dsml/reader_v2_internal.h */
+
+/* Where the search for a document's payload stands (dsml/reader.h,
+ * convention 6). */
+enum {
+  GSLXDV_PAYLOAD_NONE = 0,     /* before the document element */
+  GSLXDV_PAYLOAD_ENVELOPE = 1, /* inside a SOAP Envelope, before its Body */
+  GSLXDV_PAYLOAD_BODY = 2,     /* inside the Body, before its first element */
+  GSLXDV_PAYLOAD_READING = 3,  /* inside the payload, read by a machine */
+  GSLXDV_PAYLOAD_DONE = 4      /* after the payload: nothing more is read */
+};
+
 /* The handle the caller holds. */
 struct GslxdvParserCtx {
-  xmlctx *xml;                 /* owned parser instance */
-  GslxdvStateMachine *machine; /* owned */
+  xmlctx *xml;                  /* owned parser instance */
+  GslxdvStateMachine *machine;  /* the DSML v1 machine. Owned */
+  GslxdvV2Machine *machine2;    /* the DSML v2 machine. Owned */
+  int32_t version;              /* GSLXDV_VERSION_* of the document */
+  uint16_t busy;                /* 1 while a document is being read */
+  /* Finding the payload, while the document is not handed to one
+     machine's handlers outright: */
+  uint16_t payload;             /* GSLXDV_PAYLOAD_* */
+  uint32_t depth;               /* elements open around and in the payload */
+  uint32_t payload_depth;       /* depth at which the payload stands */
 };
 
 /* ---- Event handlers: slots 1 to 5 of the XML parser's table ------------------- */

@@ -620,6 +620,16 @@ const char *xmlParserVersion(void) { return XML_ExpatVersion(); }
 
 const char *xmlErrorText(const xmlctx *xml) { return xml != nullptr ? xml->error_text : ""; }
 
+void xmlSetHandlers(xmlctx *xml, const xmlsaxcb *handlers, void *user) {
+  if (xml == nullptr) return;
+  xml->handlers = handlers != nullptr ? *handlers : xmlsaxcb{};
+  xml->user = user;
+  if (xml->expat != nullptr) {
+    XML_SetCharacterDataHandler(
+        xml->expat, xml->text_wanted && xml->handlers.characters != nullptr ? onCharacters : nullptr);
+  }
+}
+
 void xmlWantText(xmlctx *xml, int wanted) {
   if (xml == nullptr || xml->text_wanted == (wanted != 0)) return;
   xml->text_wanted = wanted != 0;

@@ -140,6 +140,12 @@ int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t fla
  * not be called from a handler of the same instance. */
 void xmlterm(xmlctx *xml);
 
+/* Replaces the handler table (a copy of *handlers; null: no handler at all)
+ * and the user context given to the handlers, from the next event on. A
+ * handler may call it, to hand the rest of the document to other handlers.
+ * Null xml: nothing. */
+void xmlSetHandlers(xmlctx *xml, const xmlsaxcb *handlers, void *user);
+
 /* Whether text arriving from now on is wanted. Unwanted text is dropped as
  * it arrives, neither kept nor reported, so content nobody reads costs no
  * memory however long it is. Every document starts with text wanted. A

@@ -152,9 +152,10 @@ struct Harness {
   uint64_t runs = 0;
 };
 
-void checkNothingPending(const GslxdvStateMachine *m) {
-  FUZZ_CHECK(m->reading == 0 && m->depth == 0 && m->entry == nullptr && m->attribute == nullptr &&
-             m->text == nullptr && m->text_pending == 0 && m->skip_name == nullptr);
+void checkNothingPending(const GslxdvParserCtx *ctx) {
+  const GslxdvStateMachine *m = ctx->machine;
+  FUZZ_CHECK(ctx->busy == 0 && m->depth == 0 && m->entry == nullptr && m->attribute == nullptr &&
+             m->text.bytes == nullptr && m->text.pending == 0 && m->skip_name == nullptr);
 }
 
 }  // namespace
@@ -173,7 +174,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const int32_t st = gslxdv1pParse(h.input.path(), GSLXDV_SOURCE_URI, h.ctx, onEntry, &run);
   qfuzz::CountingAllocator::setBudget(qfuzz::CountingAllocator::kUnlimited);
   FUZZ_CHECK(st == GSLXDV_OK || st == GSLXDV_FAILED);
-  checkNothingPending(h.ctx->machine);
+  checkNothingPending(h.ctx);
   if (h.runs++ % kReuseCheckInterval == 0 || run.ranOut()) {
     // Whatever happened, the context still reads a valid document whole.
     Run again;

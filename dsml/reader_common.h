@@ -1,0 +1,105 @@
+// dsml/reader_common.h - what the DSML v1 and v2 readers both need, written
+// once: element and attribute names compared as DSML compares them, the
+// value text collected from the parser's events, base64 values decoded,
+// and a failure recorded with its place. Internal (C++ only).
+#ifndef QUILLOMAT_DSML_READER_COMMON_H
+#define QUILLOMAT_DSML_READER_COMMON_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "dsml/reader_internal.h"
+#include "util/strings.h"
+
+namespace gslxdv {
+
+// ---- Names -------------------------------------------------------------------------
+// DSML names are compared ignoring case, and without any prefix (the XML
+// layer hands over local names).
+
+// Whether name (NUL-terminated) equals lower (an ASCII name in lower case)
+// ignoring the case of ASCII letters. The walk stops at the first
+// difference, a NUL in name included, so it never reads past name's end.
+[[nodiscard]] bool equalsAscii(const char *name, std::string_view lower);
+
+[[nodiscard]] bool hasNonAscii(const char *name);
+
+// The first of count names (lower-case ASCII, given by nameAt) that name
+// equals ignoring case, or count. ASCII decides on its own, since ASCII
+// letters fold only to ASCII; a name with bytes beyond ASCII that matched
+// none is compared again through full Unicode case folding, under which a
+// name of another length may match.
+template <class NameAt>
+[[nodiscard]] std::size_t matchName(gsluctx *core, const char *name, std::size_t count,
+                                    NameAt nameAt) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (equalsAscii(name, nameAt(i))) return i;
+  }
+  if (!hasNonAscii(name)) return count;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (gslusicStrcasecmp(core, nameAt(i).data(), name) == GSLUS_CMP_EQUAL) return i;
+  }
+  return count;
+}
+
+// Whether name equals lower (lower-case ASCII) as DSML compares names.
+[[nodiscard]] inline bool isName(gsluctx *core, const char *name, std::string_view lower) {
+  return matchName(core, name, 1, [lower](std::size_t) { return lower; }) == 0;
+}
+
+// text without the XML white space (space, tab, line feed, carriage
+// return) at either end, as the XML Schema reads booleans and type names.
+[[nodiscard]] std::string_view stripXmlSpace(std::string_view text);
+
+// ---- Value text ----------------------------------------------------------------------
+// The pending text lives in a buffer the machine keeps from one value to the
+// next, so a value costs no allocation of its own; a buffer grown past
+// kRetainedTextBytes by a long value is given back once the value was
+// taken (keepOrReleaseText).
+
+// Forgets the pending text; the buffer stays for the next.
+void dropText(GslxdvText *text);
+
+// Gives the buffer back.
+void releaseText(gsluctx *core, GslxdvText *text);
+
+// After a value was taken: the buffer stays for the next value unless a
+// long one grew it.
+void keepOrReleaseText(gsluctx *core, GslxdvText *text);
+
+// Makes the length bytes the pending text, NUL-terminated. The copy stops at
+// a NUL byte (and pads with NULs), while the recorded length stays the full
+// length. GSLXDV_NO_MEMORY (nothing pending then) or GSLXDV_OK.
+[[nodiscard]] int replaceText(gsluctx *core, GslxdvText *text, const char *bytes,
+                              uint32_t length);
+
+// Adds the length bytes to the pending text (which may be none yet),
+// NUL-terminated. GSLXDV_NO_MEMORY (the pending text is then dropped) or
+// GSLXDV_OK.
+[[nodiscard]] int appendText(gsluctx *core, GslxdvText *text, const char *bytes, uint32_t length);
+
+// Replaces the pending base64 text by the bytes it encodes, NUL-terminated,
+// in place: the bytes never outgrow the text they come from. No pending
+// text decodes as empty text does. GSLXDV_BAD_BASE64 (the text is then
+// dropped) or GSLXDV_OK.
+[[nodiscard]] int decodeText(GslxdvText *text);
+
+// ---- Failures ------------------------------------------------------------------------
+
+// Whether d holds a failure (a warning is not one).
+[[nodiscard]] bool hasFailure(const GslxdvDiagnostic &d);
+
+// Copies detail (null: "") into d, cut to fit.
+void setDetail(GslxdvDiagnostic *d, const char *detail);
+
+// Records why the document fails, where xml stands: the tag being reported
+// (for text, the tag that follows it). The position is worked out only
+// here, as expat does it from the bytes read since it last did, which is
+// costly when asked often. The first cause recorded is the one that
+// counts.
+void recordFailure(GslxdvDiagnostic *d, const xmlctx *xml, int32_t cause, const char *detail);
+
+}  // namespace gslxdv
+
+#endif  // QUILLOMAT_DSML_READER_COMMON_H
