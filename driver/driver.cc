@@ -1,12 +1,15 @@
 // driver/driver.cc - the quillomat command's work: reads the options, then
-// converts each DSML v1 document named on the command line, in order, to
-// LDIF on standard output, one record per entry as soon as the entry's
-// closing tag has been read, and says where and why a document failed.
+// converts each DSML document (v1 or v2) named on the command line, in
+// order, to LDIF on standard output, one record per entry or operation as
+// soon as its closing tag has been read, and says where and why a document
+// failed, and what a document read whole left out.
 // Contracts in driver/driver.h.
 #include "driver/driver.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <string_view>
 
 #include "core/format.h"
@@ -68,6 +71,16 @@ enum Message : uint32_t {
   kMsgHelp = 2120,
   kMsgTooDeep = 2121,
   kMsgNotRead = 2122,
+  kMsgNoNewRdn = 2123,
+  kMsgBadBoolean = 2124,
+  kMsgBadControlType = 2125,
+  kMsgUriValue = 2126,
+  kMsgBadOperation = 2127,
+  kMsgSkipped = 2128,
+  kMsgFailedSearches = 2129,
+  kMsgErrorResponses = 2130,
+  kMsgDroppedControls = 2131,
+  kMsgUntypedErrorResponses = 2132,
 };
 
 // What a message says when the catalogue does not have it: the run must
@@ -87,6 +100,11 @@ constexpr BuiltInMessage kBuiltInMessages[] = {
      "quillomat: %s; the document could not be converted to LDIF (the entries before it were "
      "written in full)"},
     {kMsgNotDsml, "quillomat: %s:%s:%s: warning: the root element is %s, not dsml"},
+    {kMsgSkipped, "quillomat: %s: warning: skipped: %s"},
+    {kMsgFailedSearches, "quillomat: %s: warning: %s searchResultDone with result codes %s"},
+    {kMsgErrorResponses, "quillomat: %s: warning: %s errorResponse (%s)"},
+    {kMsgDroppedControls, "quillomat: %s: warning: the controls of %s searchResultEntry dropped"},
+    {kMsgUntypedErrorResponses, "quillomat: %s: warning: %s errorResponse"},
     {kMsgUnknownOption, "quillomat: unknown option %s"},
     {kMsgStdinTwice, "quillomat: standard input (-) can be named only once"},
     {kMsgNoDocument, "quillomat: no document named"},
@@ -95,12 +113,16 @@ constexpr BuiltInMessage kBuiltInMessages[] = {
 constexpr char kBuiltInPlaced[] = "%s:%s:%s: %s";  // file, line, column, detail
 constexpr char kBuiltInPlaceless[] = "%s: %s";     // file, detail
 
-// Set by the entry callback when printing a record failed because standard
-// output could not be written: the run then reports lost output rather than
-// a document that could not be converted.
-bool g_output_lost = false;
-// Whether records are written whole (--whole-records).
-bool g_whole_records = false;
+// One run of the command: what the entry callback is handed (as its
+// argument) and what it tells back.
+struct Run {
+  GslxdvParserCtx *reader = nullptr;  // which DSML version an entry is from
+  bool whole_records = false;         // --whole-records
+  // Set by the entry callback when printing a record failed because
+  // standard output could not be written: the run then reports lost output
+  // rather than a document that could not be converted.
+  bool output_lost = false;
+};
 
 [[nodiscard]] gsluctx *publishedContext() {
   if (gsluctx *ctx = sgsluugGetContext()) return ctx;
@@ -198,6 +220,11 @@ constexpr CauseMessage kCauseMessages[] = {
     {GSLXDV_CAUSE_UNMATCHED, kMsgUnmatchedClose, true},
     {GSLXDV_CAUSE_TOO_DEEP, kMsgTooDeep, true},
     {GSLXDV_CAUSE_OTHER, kMsgNotRead, true},
+    {GSLXDV_CAUSE_NO_NEWRDN, kMsgNoNewRdn, true},
+    {GSLXDV_CAUSE_BAD_BOOLEAN, kMsgBadBoolean, true},
+    {GSLXDV_CAUSE_BAD_CONTROL_TYPE, kMsgBadControlType, true},
+    {GSLXDV_CAUSE_URI_VALUE, kMsgUriValue, true},
+    {GSLXDV_CAUSE_BAD_OPERATION, kMsgBadOperation, true},
 };
 
 [[nodiscard]] CauseMessage causeMessage(const GslxdvDiagnostic &d) {
@@ -254,6 +281,97 @@ void printWarning(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
   (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
 }
 
+// ---- What a DSML v2 document left out ---------------------------------------------
+
+// A list built for a warning line, cut (with ", ...") when it would not fit.
+class ListText {
+ public:
+  void add(const char *item) {
+    char escaped[4 * GSLXDV_DETAIL_SIZE];
+    escapeInto(escaped, item);
+    append(used_ != 0 ? ", " : "");
+    append(escaped);
+  }
+  void addCount(uint32_t count, const char *name) {
+    char item[128];
+    std::snprintf(item, sizeof item, "%u %s", count, name);
+    add(item);
+  }
+  void addMore() { append(used_ != 0 ? ", ..." : "..."); }
+  [[nodiscard]] const char *text() const { return text_; }
+
+ private:
+  void append(const char *s) {
+    const int n = std::snprintf(text_ + used_, sizeof text_ - used_, "%s", s);
+    used_ = std::min(sizeof text_ - 1, used_ + static_cast<std::size_t>(n));
+  }
+  char text_[1024] = {};
+  std::size_t used_ = 0;
+};
+
+[[nodiscard]] ListText listOf(const GslxdvTextList &list) {
+  ListText out;
+  for (uint32_t i = 0; i < list.count; ++i) out.add(list.texts[i]);
+  if (list.more != 0) out.addMore();
+  return out;
+}
+
+// Prints message `number` with the texts as its arguments, as one line on
+// standard error; the built-in text when the catalogue's does not take
+// them.
+void printLine(gsluctx *ctx, uint32_t number, std::initializer_list<const char *> texts) {
+  gsluArg args[4];
+  uint32_t count = 0;
+  for (const char *t : texts) args[count++] = gslu::typedArg(t);
+  char line[4096];
+  const char *built_in = builtInText(number);
+  if (gslu::formatTyped(line, sizeof line, messageText(number), args, count).status !=
+          gslu::FormatStatus::kOk &&
+      (built_in == nullptr || gslu::formatTyped(line, sizeof line, built_in, args, count).status !=
+                                  gslu::FormatStatus::kOk)) {
+    return;
+  }
+  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
+}
+
+// One line per kind of thing the document's LDIF leaves out, in a fixed
+// order, each only when there was something of that kind.
+void printV2Warnings(gsluctx *ctx, const char *file, const GslxdvWarnings &w) {
+  ListText skipped;
+  for (int32_t kind = 0; kind < GSLXDV_SKIPPED_KINDS; ++kind) {
+    if (w.skipped[kind] != 0) skipped.addCount(w.skipped[kind], gslxdvskSkippedKindName(kind));
+  }
+  if (skipped.text()[0] != '\0') printLine(ctx, kMsgSkipped, {file, skipped.text()});
+  char count[16];
+  if (w.failed_searches != 0) {
+    std::snprintf(count, sizeof count, "%u", w.failed_searches);
+    printLine(ctx, kMsgFailedSearches, {file, count, listOf(w.result_codes).text()});
+  }
+  if (w.error_responses != 0) {
+    std::snprintf(count, sizeof count, "%u", w.error_responses);
+    if (w.error_types.count != 0) {
+      printLine(ctx, kMsgErrorResponses, {file, count, listOf(w.error_types).text()});
+    } else {
+      printLine(ctx, kMsgUntypedErrorResponses, {file, count});
+    }
+  }
+  if (w.dropped_controls != 0) {
+    std::snprintf(count, sizeof count, "%u", w.dropped_controls);
+    printLine(ctx, kMsgDroppedControls, {file, count});
+  }
+}
+
+// What a document read whole has to say after it.
+void printDocumentWarnings(gsluctx *ctx, GslxdvParserCtx *reader, const char *file) {
+  GslxdvDiagnostic d{};
+  (void)gslxdv1gdGetDiagnostic(reader, &d);
+  if (d.cause == GSLXDV_CAUSE_NOT_DSML) printWarning(ctx, file, d);
+  if (gslxdvgvGetVersion(reader) != GSLXDV_VERSION_2) return;
+  GslxdvWarnings w{};
+  (void)gslxdvgwGetWarnings(reader, &w);
+  printV2Warnings(ctx, file, w);
+}
+
 // ---- The way out -----------------------------------------------------------------
 
 // Every way out passes here: output that never reached standard output
@@ -269,8 +387,9 @@ void printWarning(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
 
 // A document failed: either standard output was lost while its entries were
 // written, or the document itself could not be converted.
-[[nodiscard]] int documentFailed(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
-  if (g_output_lost) {
+[[nodiscard]] int documentFailed(gsluctx *ctx, const Run &run, const char *file,
+                                 const GslxdvDiagnostic &d) {
+  if (run.output_lost) {
     (void)gslufcsCloseStdout(ctx);
     printMessage(ctx, kMsgOutputLost);
     return kExitFailure;
@@ -301,7 +420,7 @@ enum class Request { kConvert, kHelp, kVersion };
 
 // Reads every argument before any document is read, so that a usage error
 // converts nothing. Returns -1 to go on with *request, or the exit status.
-[[nodiscard]] int readArguments(gsluctx *ctx, int argc, char **argv, Request *request) {
+[[nodiscard]] int readArguments(gsluctx *ctx, int argc, char **argv, Request *request, Run *run) {
   *request = Request::kConvert;
   bool options_ended = false;
   bool stdin_named = false;
@@ -321,7 +440,7 @@ enum class Request { kConvert, kHelp, kVersion };
     } else if (arg == kVersion) {
       if (*request != Request::kHelp) *request = Request::kVersion;
     } else if (arg == kWholeRecords || arg == kWholeRecordsShort) {
-      g_whole_records = true;
+      run->whole_records = true;
     } else {
       return usageError(ctx, kMsgUnknownOption, argv[i]);
     }
@@ -345,11 +464,12 @@ enum class Request { kConvert, kHelp, kVersion };
 }
 
 // The documents, in order, skipping the options.
-[[nodiscard]] int convertDocuments(gsluctx *ctx, int argc, char **argv) {
+[[nodiscard]] int convertDocuments(gsluctx *ctx, int argc, char **argv, Run *run) {
   GslxdvParserCtx *handle = nullptr;
   const int created =
       gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &handle);
   if (created != GSLXDV_OK) return finish(ctx, created);
+  run->reader = handle;
   bool options_ended = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
@@ -361,17 +481,16 @@ enum class Request { kConvert, kHelp, kVersion };
     if (!is_stdin && !options_ended && isOption(arg)) continue;
     const char *source = is_stdin ? kStdinPath : argv[i];
     const char *name = is_stdin ? kStdinName : argv[i];
-    const int status =
-        gslxdv1pParse(source, GSLXDV_SOURCE_URI, handle, s0gslPrintLDAPEntry, nullptr);
-    GslxdvDiagnostic d{};
-    (void)gslxdv1gdGetDiagnostic(handle, &d);
+    const int status = gslxdvpParse(source, GSLXDV_SOURCE_URI, handle, s0gslPrintLDAPEntry, run);
     if (status != GSLXDV_OK) {
+      GslxdvDiagnostic d{};
+      (void)gslxdv1gdGetDiagnostic(handle, &d);
       // The run stops at the first document that fails; the parser context
       // is released all the same so that nothing is left behind.
       (void)gslxdv1cCleanup(&handle);
-      return documentFailed(ctx, name, d);
+      return documentFailed(ctx, *run, name, d);
     }
-    if (d.cause == GSLXDV_CAUSE_NOT_DSML) printWarning(ctx, name, d);
+    printDocumentWarnings(ctx, handle, name);
   }
   (void)gslxdv1cCleanup(&handle);
   return finish(ctx, kExitSuccess);
@@ -391,8 +510,7 @@ gsluctx *startContext() {
 }
 
 int convertAll(gsluctx *ctx, int argc, char **argv) {
-  g_output_lost = false;
-  g_whole_records = false;
+  Run run;
   // Only a count of exactly 1 is a usage error; with none at all there is
   // simply nothing to convert.
   if (argc == 1) {
@@ -401,25 +519,33 @@ int convertAll(gsluctx *ctx, int argc, char **argv) {
   }
   if (argc == 0) return finish(ctx, kExitSuccess);
   Request request = Request::kConvert;
-  if (const int status = readArguments(ctx, argc, argv, &request); status >= 0) return status;
+  if (const int status = readArguments(ctx, argc, argv, &request, &run); status >= 0) {
+    return status;
+  }
   switch (request) {
     case Request::kHelp: return printHelp(ctx);
     case Request::kVersion: return printVersion(ctx);
     case Request::kConvert: break;
   }
-  return convertDocuments(ctx, argc, argv);
+  return convertDocuments(ctx, argc, argv, &run);
 }
 
 }  // namespace quillomat
 
-extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void * /*unused*/) {
+extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void *arg) {
   gsluctx *ctx = quillomat::publishedContext();
+  auto *run = static_cast<quillomat::Run *>(arg);
+  // A DSML v2 record is read by ldapmodify and its kind: its change records
+  // take the RFC 2849 forms, and it is never cut into pieces.
+  const bool v2 = run != nullptr && gslxdvgvGetVersion(run->reader) == GSLXDV_VERSION_2;
   char *text = nullptr;
-  const int status = gslclegalGetAsLDIF(nullptr, entry, &text);
+  size_t length = 0;
+  const int status = gslclegalfGetAsLDIFForm(
+      nullptr, entry, v2 ? GSLCLE_LDIF_FORM_RFC2849 : GSLCLE_LDIF_FORM_LIBRARY, &text, &length);
   if (status != GSLCLEGAL_OK) return status;
   int printed = GSLUF_OK;
-  if (quillomat::g_whole_records) {
-    printed = gslufwWriteWhole(ctx, GSLUF_STREAM_STDOUT, text, std::strlen(text));
+  if (v2 || (run != nullptr && run->whole_records)) {
+    printed = gslufwWriteWhole(ctx, GSLUF_STREAM_STDOUT, text, length);
     if (printed == GSLUF_OK) {
       printed = gslufwWriteWhole(ctx, GSLUF_STREAM_STDOUT, quillomat::kRecordEnd, 1);
     }
@@ -430,6 +556,6 @@ extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void * /*unused*/) {
   (void)gslumfFree(ctx, text);
   // Any failure on the way to standard output stops the run: going on
   // would leave a hole in the LDIF that nobody notices.
-  if (printed == GSLUF_WRITE_FAILED) quillomat::g_output_lost = true;
+  if (printed == GSLUF_WRITE_FAILED && run != nullptr) run->output_lost = true;
   return printed;
 }

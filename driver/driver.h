@@ -18,11 +18,14 @@
 #include "entry/entry.h"
 
 // The reader's entry callback: prints the entry as one LDIF record and an
-// empty line on standard output. 0 when the record was printed; otherwise
-// the status of the step that failed (rendering, or printing: then nothing
-// more can be written), which stops the document. The entry is never
-// destroyed here.
-extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void *unused);
+// empty line on standard output. arg is the run the driver hands the reader
+// (its options, and the reader that tells an entry's DSML version: the
+// records of DSML v2 are written whole, with the change records in their
+// RFC 2849 forms), or null: a DSML v1 record printed as by default. 0 when
+// the record was printed; otherwise the status of the step that failed
+// (rendering, or printing: then nothing more can be written), which stops
+// the document. The entry is never destroyed here.
+extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void *arg);
 
 namespace quillomat {
 

@@ -115,14 +115,14 @@ INSTANTIATE_TEST_SUITE_P(
                 {{"a.dsml", kDocA}, {"second.dsml", document("<entry/>")}},
                 {"a.dsml", "second.dsml", "a.dsml"}, record("a1") + record("a2"),
                 failed("second.dsml:3:1: entry without a dn attribute"), 1),
-        // A DSML v2 request is not DSML v1: a warning, and the run goes on.
+        // A document that is no DSML at all: a warning, and the run goes on.
         runCase("ARootOtherThanDsmlIsAWarning",
-                {{"v2.dsml",
-                  "<batchRequest xmlns=\"urn:oasis:names:tc:DSML:2:0:core\"><addRequest "
-                  "dn=\"cn=a\"/></batchRequest>\n"},
+                {{"other.dsml",
+                  "<directory xmlns=\"urn:oasis:names:tc:DSML:2:0:core\"><addRequest "
+                  "dn=\"cn=a\"/></directory>\n"},
                  {"b.dsml", kDocB}},
-                {"v2.dsml", "b.dsml"}, record("b1"),
-                "quillomat: v2.dsml:1:1: warning: the root element is batchRequest, not dsml; "
+                {"other.dsml", "b.dsml"}, record("b1"),
+                "quillomat: other.dsml:1:1: warning: the root element is directory, not dsml; "
                 "nothing was converted\n",
                 0),
         runCase("UndecodableBase64IsToldAtTheEndOfItsValue",
