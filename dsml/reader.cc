@@ -424,8 +424,9 @@ int findEndElement(void *user, const char *name) {
   const uint32_t depth = c->depth--;
   switch (c->payload) {
     case GSLXDV_PAYLOAD_BODY:
-      // A Body that held no element: the Envelope's warning stands.
-      if (depth == kBodyDepth) c->payload = GSLXDV_PAYLOAD_ENVELOPE;
+      // A Body that held no element: the Envelope's warning stands, and no
+      // later Body is looked into.
+      if (depth == kBodyDepth) c->payload = GSLXDV_PAYLOAD_DONE;
       return GSLXDV_OK;
     case GSLXDV_PAYLOAD_READING: {
       if (depth == c->payload_depth) c->payload = GSLXDV_PAYLOAD_DONE;

@@ -88,6 +88,13 @@ const StatusCase kStatusCases[] = {
      GSLCLE_NULL_ARG},
     {"CompareNull", [](World &w) { return gslcleAttrNameCmpCBF({}, w.text, nullptr); },
      GSLCLE_CMP_NULL_ARG},
+    {"ControlNullOid", [](World &w) { return gslcleacAddControl({}, w.entry, nullptr, 0, {}); },
+     GSLCLE_NULL_ARG},
+    {"ControlOfAnyChangeType",
+     [](World &w) { return w.type(2) + gslcleacAddControl({}, w.entry, "1.2", 1, &kAb); },
+     GSLCLE_OK},
+    {"IncrementNull", [](World &) { return gslclesiSetAttrIncrement({}, nullptr); },
+     GSLCLE_NULL_ARG},
     // Without a core context nothing else is looked at.
     {"NoContextCreate", [](World &) { return gslcleceCreateLDAPEntry(&kNoContext, {}, {}); },
      GSLCLE_NO_CONTEXT},
@@ -241,6 +248,67 @@ TEST(EntryAllocationTest, EveryFailureIsReportedAndLeavesNothingBehind) {
     EXPECT_EQ(qtest::TestAllocator::live, 0) << "allocation " << n;
   }
   EXPECT_GT(n, 30u);
+}
+
+// ---- Controls ---------------------------------------------------------------------
+
+// Control types are written as they stand on a "control:" line, so only
+// numeric OIDs are taken.
+TEST(ControlTest, OnlyNumericOidsAreTaken) {
+  const std::pair<const char *, int> oids[] = {
+      {"1.2", GSLCLE_OK},          {"2.5.4.3", GSLCLE_OK},        {"0.0", GSLCLE_OK},
+      {"1.2.840.113556.1.4.319", GSLCLE_OK}, {"", GSLCLE_BAD_OID}, {"1", GSLCLE_BAD_OID},
+      {"3.1", GSLCLE_BAD_OID},     {"1.", GSLCLE_BAD_OID},        {"1..2", GSLCLE_BAD_OID},
+      {".1.2", GSLCLE_BAD_OID},    {"12.3", GSLCLE_BAD_OID},      {"1.2 ", GSLCLE_BAD_OID},
+      {" 1.2", GSLCLE_BAD_OID},    {"1.2\ncontrol: 1.3", GSLCLE_BAD_OID},
+      {"cn", GSLCLE_BAD_OID},      {"1.2a", GSLCLE_BAD_OID}};
+  for (const auto &[oid, expected] : oids) {
+    EXPECT_EQ(gslclecoCheckControlOid(oid), expected) << '"' << oid << '"';
+    World w;
+    EXPECT_EQ(gslcleacAddControl(nullptr, w.entry, oid, 0, nullptr), expected) << oid;
+    EXPECT_EQ(w.entry->controls != nullptr && w.entry->controls->count == 1,
+              expected == GSLCLE_OK);
+  }
+  EXPECT_EQ(gslclecoCheckControlOid(nullptr), GSLCLE_BAD_OID);
+}
+
+// A control keeps copies of its type and value, its criticality as 0 or 1,
+// and tells an absent value from an empty one; controls keep their order.
+TEST(ControlTest, KeepsCopiesInOrder) {
+  World w;
+  std::string oid = "1.2.3", bytes("\0v", 2);
+  const BERVal value{bytes.size(), bytes.data()};
+  const BERVal empty{0, nullptr};
+  ASSERT_EQ(gslcleacAddControl(nullptr, w.entry, oid.c_str(), 7, &value), GSLCLE_OK);
+  ASSERT_EQ(gslcleacAddControl(nullptr, w.entry, "1.4", 0, &empty), GSLCLE_OK);
+  ASSERT_EQ(gslcleacAddControl(nullptr, w.entry, "1.5", 0, nullptr), GSLCLE_OK);
+  oid[0] = '2';
+  bytes[1] = 'w';
+  const auto *c = static_cast<const LDAPEntryControl *>(w.entry->controls->head);
+  EXPECT_STREQ(c->oid, "1.2.3");
+  EXPECT_EQ(c->critical, 1);
+  EXPECT_EQ(std::string(c->value.bytes, c->value.length), std::string("\0v", 2));
+  c = static_cast<const LDAPEntryControl *>(c->next);
+  EXPECT_STREQ(c->oid, "1.4");
+  EXPECT_EQ(c->has_value, 1);
+  EXPECT_EQ(c->value.length, 0u);
+  c = static_cast<const LDAPEntryControl *>(c->next);
+  EXPECT_EQ(c->has_value, 0);
+  EXPECT_EQ(c->next, nullptr);
+}
+
+// Out of memory, the entry is left as it was (and nothing leaks: the
+// sanitizer build watches).
+TEST(ControlTest, AFailedAllocationChangesNothing) {
+  World w;
+  for (size_t budget : {0, 1}) {
+    qtest::TestAllocator::Scope allocator;
+    qtest::TestAllocator::budget = budget;
+    const int st = gslcleacAddControl(nullptr, w.entry, "1.2", 0, &kAb);
+    qtest::TestAllocator::budget = qtest::TestAllocator::kUnlimited;
+    EXPECT_EQ(st, GSLCLE_NO_MEMORY) << budget;
+    EXPECT_TRUE(w.entry->controls == nullptr || w.entry->controls->count == 0) << budget;
+  }
 }
 
 }  // namespace

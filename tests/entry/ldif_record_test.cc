@@ -34,7 +34,10 @@ LDAPEntry *makeEntry(const char *dn, int change_type, const std::vector<AttrSpec
     LDAPAttribute *a = nullptr;
     EXPECT_EQ(gslcleclaCreateLDAPAttribute(nullptr, spec.name, GSLCLE_VALUES_BINARY, &a),
               GSLCLE_OK);
-    EXPECT_EQ(gslclegastSetAttrChangeType(nullptr, a, spec.change_type), GSLCLE_OK);
+    EXPECT_EQ(spec.change_type == GSLCLE_ATTR_INCREMENT
+                  ? gslclesiSetAttrIncrement(nullptr, a)
+                  : gslclegastSetAttrChangeType(nullptr, a, spec.change_type),
+              GSLCLE_OK);
     for (const std::string &v : spec.values) {
       BERVal bv{v.size(), const_cast<char *>(v.data())};
       EXPECT_EQ(gslcleabvAddAttrBValue(nullptr, a, &bv), GSLCLE_OK);
@@ -51,6 +54,19 @@ std::string recordOf(const LDAPEntry *e) {
   char *text = nullptr;
   EXPECT_EQ(gslclegalGetAsLDIF(nullptr, e, &text), GSLCLEGAL_OK);
   std::string s = text != nullptr ? text : "<null>";
+  gslumfFree(nullptr, text);
+  return s;
+}
+
+// The record in the RFC 2849 form; the length handed back must be the
+// text's.
+std::string rfcRecordOf(const LDAPEntry *e) {
+  char *text = nullptr;
+  size_t length = 1;
+  EXPECT_EQ(gslclegalfGetAsLDIFForm(nullptr, e, GSLCLE_LDIF_FORM_RFC2849, &text, &length),
+            GSLCLEGAL_OK);
+  std::string s = text != nullptr ? text : "<null>";
+  EXPECT_EQ(length, text != nullptr ? std::strlen(text) : 0);
   gslumfFree(nullptr, text);
   return s;
 }
@@ -113,6 +129,141 @@ TEST_P(RecordTest, RendersTheRecord) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, RecordTest, ::testing::ValuesIn(kRecords),
                          [](const auto &info) { return std::string(info.param.name); });
+
+// ---- The RFC 2849 forms ----------------------------------------------------------
+
+constexpr int kIncrement = GSLCLE_ATTR_INCREMENT;
+
+struct ControlSpec {
+  const char *oid;
+  bool critical;
+  const char *value;  // null: none
+};
+
+struct RfcCase {
+  const char *name;
+  int change_type;  // 0: content (never set)
+  std::vector<AttrSpec> attrs;
+  std::vector<ControlSpec> controls;
+  std::string expected;
+};
+
+void PrintTo(const RfcCase &c, std::ostream *os) { *os << c.name; }
+
+const std::string kDn = "dn: cn=Ann Lee,o=ex\n";
+
+const RfcCase kRfcRecords[] = {
+    {"ContentIsTheLibraryFormAndDropsControls",
+     0,
+     {{"cn", kAdd, {"Ann Lee"}}, {"description", kAdd, {}}},
+     {{"1.2.3", true, nullptr}},
+     kDn + "cn: Ann Lee\ndescription: \n"},
+    {"AddIsAContentRecordAfterItsChangetype",
+     GSLCLE_CHANGE_ADD,
+     {{"cn", kAdd, {"Ann Lee"}}, {"sn", kAdd, {"Lee", " Lee"}}, {"description", kAdd, {}}},
+     {},
+     kDn + "changetype: add\ncn: Ann Lee\nsn: Lee\nsn:: IExlZQ==\ndescription: \n"},
+    {"AddWithoutAttributes", GSLCLE_CHANGE_ADD, {}, {}, kDn + "changetype: add\n"},
+    {"ModifyEndsEveryModificationWithADash",
+     GSLCLE_CHANGE_MODIFY,
+     {{"title", kReplace, {"Engineer"}},
+      {"telephoneNumber", kDelete, {}},
+      {"mail", kAdd, {}},
+      {"uidNumber", kIncrement, {"1"}}},
+     {},
+     kDn +
+         "changetype: modify\nreplace: title\ntitle: Engineer\n-\ndelete: telephoneNumber\n-\n"
+         "add: mail\n-\nincrement: uidNumber\nuidNumber: 1\n-\n"},
+    {"ModifyWithoutModifications", GSLCLE_CHANGE_MODIFY, {}, {}, kDn + "changetype: modify\n"},
+    {"ControlsComeRightAfterTheDnInOrder",
+     GSLCLE_CHANGE_DELETE,
+     {},
+     {{"1.2.840.113556.1.4.805", true, nullptr},
+      {"1.3.6.1.4.1.4203.1.10.1", false, "text"},
+      {"2.5", true, ""},
+      {"1.2.3", false, "\x30\x03\x02\x01\x05"},
+      {"1.2.4", true, "\xc3\xa9"}},
+     kDn +
+         "control: 1.2.840.113556.1.4.805 true\ncontrol: 1.3.6.1.4.1.4203.1.10.1 false: text\n"
+         "control: 2.5 true: \ncontrol: 1.2.3 false:: MAMCAQU=\ncontrol: 1.2.4 true:: w6k=\n"
+         "changetype: delete\n"},
+    {"ControlsOfAnAdd",
+     GSLCLE_CHANGE_ADD,
+     {{"cn", kAdd, {"a"}}},
+     {{"1.2.3", false, nullptr}},
+     kDn + "control: 1.2.3 false\nchangetype: add\ncn: a\n"},
+    // A long control value folds counting the whole "control: OID true"
+    // as the line's type.
+    {"ALongControlValueFolds",
+     GSLCLE_CHANGE_DELETE,
+     {},
+     {{"1.2.3", true, "0123456789012345678901234567890123456789012345678901234567890123456789"}},
+     kDn +
+         "control: 1.2.3 true: 012345678901234567890123456789012345678901234567890123456\n"
+         " 7890123456789\nchangetype: delete\n"},
+};
+
+class RfcRecordTest : public ::testing::TestWithParam<RfcCase> {};
+
+TEST_P(RfcRecordTest, RendersTheRecord) {
+  const RfcCase &c = GetParam();
+  LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", c.change_type, c.attrs);
+  for (const ControlSpec &ctl : c.controls) {
+    const BERVal value{ctl.value != nullptr ? std::strlen(ctl.value) : 0,
+                       const_cast<char *>(ctl.value)};
+    ASSERT_EQ(gslcleacAddControl(nullptr, e, ctl.oid, ctl.critical ? 5 : 0,
+                                 ctl.value != nullptr ? &value : nullptr),
+              GSLCLE_OK);
+  }
+  EXPECT_EQ(rfcRecordOf(e), c.expected);
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, RfcRecordTest, ::testing::ValuesIn(kRfcRecords),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+// The rename fields are value lines: base64 when they need it, folded, so
+// that nothing in them is refused; an absent new RDN is an empty value and
+// an empty new superior is written.
+TEST(ModRdnRecord, TheRfcFormWritesTheRenameFieldsAsValues) {
+  LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GSLCLE_CHANGE_MODRDN, {});
+  EXPECT_EQ(rfcRecordOf(e), kDn + "changetype: modrdn\nnewrdn: \ndeleteoldrdn: 0\n");
+  ASSERT_EQ(gslclesnSetNewRDN(nullptr, e, " cn=Ann Sm\xc3\xafth"), GSLCLE_OK);
+  ASSERT_EQ(gslclesdoSetDeleteOldRdn(nullptr, e, 1), GSLCLE_OK);
+  ASSERT_EQ(gslclesnsSetNewSuperior(nullptr, e, ""), GSLCLE_OK);
+  EXPECT_EQ(rfcRecordOf(e), kDn +
+                                "changetype: modrdn\nnewrdn:: IGNuPUFubiBTbcOvdGg=\n"
+                                "deleteoldrdn: 1\nnewsuperior: \n");
+  ASSERT_EQ(gslclesnSetNewRDN(nullptr, e, "cn=a\ndn: cn=b"), GSLCLE_OK);
+  ASSERT_EQ(gslclesnsSetNewSuperior(nullptr, e, "o=other"), GSLCLE_OK);
+  EXPECT_EQ(rfcRecordOf(e), kDn +
+                                "changetype: modrdn\nnewrdn:: Y249YQpkbjogY249Yg==\n"
+                                "deleteoldrdn: 1\nnewsuperior: o=other\n");
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
+
+// A record past the stack buffer is sized, then written, with the same
+// bytes as its lines one by one, into one block of exactly its size.
+TEST(RecordBlock, ALargeRfcRecordIsWrittenInTwoPassesExactly) {
+  const std::string big(20000, 'v');
+  const std::string encoded(7000, '\x80');
+  LDAPEntry *e = makeEntry("cn=x", GSLCLE_CHANGE_MODIFY, {{"description", kReplace, {big}}});
+  const BERVal value{encoded.size(), const_cast<char *>(encoded.data())};
+  ASSERT_EQ(gslcleacAddControl(nullptr, e, "1.2.3", 1, &value), GSLCLE_OK);
+  auto line = [](const char *type, const std::string &v) {
+    char *l = gsldlDLdifTypeAndValue(type, v.data(), static_cast<uint32_t>(v.size()));
+    std::string out = l;
+    gslumfFree(nullptr, l);
+    return out;
+  };
+  const std::string expected = "dn: cn=x\n" + line("control: 1.2.3 true", encoded) +
+                               "changetype: modify\nreplace: description\n" +
+                               line("description", big) + "-\n";
+  qtest::TestAllocator::Scope allocator;
+  EXPECT_EQ(rfcRecordOf(e), expected);
+  EXPECT_EQ(qtest::TestAllocator::sizes.back(), static_cast<uint32_t>(expected.size() + 1));
+  gslcledeDestroyLDAPEntry(nullptr, e);
+}
 
 TEST(ModRdnRecord, WritesTheRenameFieldsAsTheyStand) {
   LDAPEntry *e = makeEntry("cn=Ann Lee,o=ex", GSLCLE_CHANGE_MODRDN, {});
