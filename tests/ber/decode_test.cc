@@ -61,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(
              "OK 5"},
         Rule{"LengthAndTagArePeekedTagWithLengthConsumed", "{ltTo", "30 06 a0 04 04 02 61 62",
              "OK 4 0xa0 0xa0 6162"},
-        Rule{"BracesBeforeAnArrayLeaveItTheHeader", "({v})i", "30 06 04 01 61 04 01 62 02 01 05",
+        Rule{"AnArrayAfterBracesIsTheSequenceTheyEntered", "({v})i", "30 06 04 01 61 04 01 62 02 01 05",
              "OK 2 61 62 5"},
         Rule{"ArrayInBracketsTakesAnyConstructedTag", "([V])", "a0 03 04 01 61", "OK 1 61"},
         Rule{"BracesInAnEarlierCallEnterTheSequence", "{v", "30 05 04 03 61 62 63", "ERR"},
@@ -134,7 +134,8 @@ std::vector<std::string> stringsOf(char **strings) {
 }
 
 // How clients of the conventional API read a SEQUENCE OF strings: braces
-// around v in one call, the braces reading nothing themselves.
+// around v in one call; v reads the elements of the sequence the braces
+// entered.
 TEST(BerScanf, SequenceOfStringsInBraces) {
   gsleBerElement *ber = reading("30 0c  04 01 61  04 02 62 63  04 03 64 65 66");
   char **strings = nullptr;
