@@ -393,10 +393,18 @@ template <class T, class Get, class Release>
   return tag;
 }
 
-// Reads what letter stands for: the tag read, or nothing for a letter that
-// reads nothing.
+// True when an opening letter is followed by an array letter: v and V read
+// the header of their SEQUENCE or SET themselves, so "{v}", "[v]" and "{V}"
+// read the same as "v" and "V". Clients of the conventional API write the
+// braces to show the structure, and decode a SEQUENCE OF strings that way.
+[[nodiscard]] constexpr bool opensArray(char letter, char next) {
+  return (letter == '{' || letter == '[') && (next == 'v' || next == 'V');
+}
+
+// Reads what letter stands for (next is the letter after it, or NUL): the
+// tag read, or nothing for a letter that reads nothing.
 [[nodiscard]] std::optional<uint32_t> scanLetter(gsluctx *ctx, gsleBerElement *ber, char letter,
-                                                 const ScanArgs &a) {
+                                                 char next, const ScanArgs &a) {
   uint32_t length = 0;
   switch (letter) {
     case 'a': return gsledeGBerGetStringa(ctx, ber, a.text);
@@ -435,7 +443,9 @@ template <class T, class Get, class Release>
       return tag;
     }
     case '{':
-    case '[': return gsledeBBerSkipTag(ctx, ber, &length);
+    case '[':
+      if (opensArray(letter, next)) return std::nullopt;  // the array reads the header
+      return gsledeBBerSkipTag(ctx, ber, &length);
     default: return std::nullopt;  // '}' and ']': the content was read in order
   }
 }
@@ -507,7 +517,7 @@ uint32_t gsledeNBerScanfV(gsluctx *ctx, gsleBerElement *ber, const char *format,
     if (!readScanArgs(*f, args, letter_args)) {
       (void)gslu::trace(ctx, GSLE_TRACE_BER, kUnknownLetterTrace, *f);
       failed = f;
-    } else if (const std::optional<uint32_t> tag = scanLetter(ctx, ber, *f, letter_args)) {
+    } else if (const std::optional<uint32_t> tag = scanLetter(ctx, ber, *f, f[1], letter_args)) {
       if (*tag == kErrorTag) failed = f;
       result = *tag;
     }

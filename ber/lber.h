@@ -71,16 +71,19 @@
  *   T  ber_tag_t *               the tag of the next element, consumed with
  *                                its length (the content is not)
  *   v  char ***                  a new null-terminated array of new strings,
- *                                one per element of a SEQUENCE (null for an
- *                                empty one)
- *   V  struct berval ***         a new null-terminated array of new struct
- *                                berval, one per element of a SEQUENCE (null
- *                                for an empty one)
+ *                                one per element of a SEQUENCE or SET (null
+ *                                for an empty one): the one "{" or "[" has
+ *                                just entered, else the next element, whose
+ *                                tag and length v reads
+ *   V  struct berval ***         the same with new struct berval
  *   x  (none)                    skips the next element whole
- *   {  [  (none)                 enter a SEQUENCE / SET (its tag and length)
- *   }  ]  (none)                 leave it (nothing is read)
+ *   {  [  (none)                 enter a SEQUENCE / SET (its tag and length);
+ *                                so "{v}", "[v]" and "v" read the same
+ *   }  ]  (none)                 leave it (nothing is read, and what is
+ *                                left of the SEQUENCE is not checked)
  * The result is the last tag read, 0 for a format that reads nothing, or
- * LBER_ERROR.
+ * LBER_ERROR. For example, "{a{v}}" reads SEQUENCE { OCTET STRING,
+ * SEQUENCE OF OCTET STRING } into a char ** and a char ***.
  *
  * Options of ber_alloc_t: LBER_USE_DER writes every SEQUENCE and SET length
  * in its shortest form; without it those lengths take five bytes (0x84 and

@@ -114,6 +114,10 @@ const Scan kFormats[] = {
     [](gsleBerElement *b, Out &o) {
       return gsledeNBerScanf(nullptr, b, "{{{{{{{{{{V}}}}}}}}}}", &o.values);
     },
+    // Opening letters right before v and V, which leave the header to them.
+    [](gsleBerElement *b, Out &o) {
+      return gsledeNBerScanf(nullptr, b, "{a{v}[V]}", &o.text, &o.strings, &o.values);
+    },
     [](gsleBerElement *b, Out &o) {
       return gsledeNBerScanf(nullptr, b, "vB", &o.strings, &o.bits, &o.bit_count);
     },

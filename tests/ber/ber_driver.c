@@ -10,6 +10,9 @@
 //   D <format> <hex>                  ->  OK <tokens...> | ERR
 // Tokens: integers in decimal, tags 0x<hex>, bytes in hex ("-": none), bit
 // strings <hex>/<bits>, arrays (v, V) their count and then their entries.
+// Letters of a D format in parentheses are read by one ber_scanf call, as
+// in "i({v})i"; such a call may hold one letter that takes arguments, or
+// "a" and after it "v" or "V".
 #define _POSIX_C_SOURCE 200809L
 
 #include <stdarg.h>
@@ -178,8 +181,39 @@ static void encode(const char *mode, const char *format, char **cursor) {
   if (ber != NULL) api.free(ber, 1);
 }
 
-// One letter as one ber_scanf call, its value appended to the answer.
-static drv_tag_t decodeLetter(drv_element *ber, const char *format) {
+// The answer for an array that ber_scanf read (tag) into strings or
+// values, which are then released.
+static drv_tag_t putArray(drv_tag_t tag, char **strings, struct drv_berval **values) {
+  size_t count = 0;
+  while (strings != NULL ? strings[count] != NULL : values != NULL && values[count] != NULL)
+    ++count;
+  if (tag != DRV_ERROR) put(" %zu", count);
+  for (size_t i = 0; i < count; ++i) {
+    if (strings != NULL) putHex(strings[i], strlen(strings[i]));
+    if (strings != NULL) api.memfree(strings[i]);
+    if (values != NULL) putHex(values[i]->bv_val, values[i]->bv_len);
+    if (values != NULL) api.bvfree(values[i]);
+  }
+  api.memfree(strings != NULL ? (void *)strings : (void *)values);
+  return tag;
+}
+
+// A call such as "{a{v}}": the string, then the array.
+static drv_tag_t decodeTextAndArray(drv_element *ber, const char *format, char array) {
+  char *text = NULL, **strings = NULL;
+  struct drv_berval **values = NULL;
+  const drv_tag_t tag = array == 'v' ? api.scanf(ber, format, &text, &strings)
+                                     : api.scanf(ber, format, &text, &values);
+  if (tag != DRV_ERROR) putHex(text, strlen(text));
+  api.memfree(text);
+  return putArray(tag, strings, values);
+}
+
+// The letters that take arguments when decoding.
+static const char kTakesArguments[] = "aOosbeiBltTvV";
+
+// One ber_scanf call over format, its values appended to the answer.
+static drv_tag_t decodeCall(drv_element *ber, const char *format) {
   static char buffer[1 << 17];
   char *text = NULL;
   struct drv_berval bv = {0, NULL}, *value = NULL, **values = NULL;
@@ -187,8 +221,15 @@ static drv_tag_t decodeLetter(drv_element *ber, const char *format) {
   drv_len_t length = sizeof buffer;
   drv_tag_t tag = 0;
   int number = 0;
-  size_t count = 0;
-  switch (format[0]) {
+  const char *first = strpbrk(format, kTakesArguments);
+  const char *second = first != NULL ? strpbrk(first + 1, kTakesArguments) : NULL;
+  if (second != NULL) {
+    if (*first != 'a' || strchr("vV", *second) == NULL ||
+        strpbrk(second + 1, kTakesArguments) != NULL)
+      fail("a call takes one letter with arguments, or a and then v or V");
+    return decodeTextAndArray(ber, format, *second);
+  }
+  switch (first != NULL ? *first : '\0') {
     case 'a':
       if ((tag = api.scanf(ber, format, &text)) != DRV_ERROR) putHex(text, strlen(text));
       api.memfree(text);
@@ -226,18 +267,8 @@ static drv_tag_t decodeLetter(drv_element *ber, const char *format) {
       return tag;
     case 'v':
     case 'V':
-      tag = format[0] == 'v' ? api.scanf(ber, format, &strings) : api.scanf(ber, format, &values);
-      while (strings != NULL ? strings[count] != NULL : values != NULL && values[count] != NULL)
-        ++count;
-      if (tag != DRV_ERROR) put(" %zu", count);
-      for (size_t i = 0; i < count; ++i) {
-        if (strings != NULL) putHex(strings[i], strlen(strings[i]));
-        if (strings != NULL) api.memfree(strings[i]);
-        if (values != NULL) putHex(values[i]->bv_val, values[i]->bv_len);
-        if (values != NULL) api.bvfree(values[i]);
-      }
-      api.memfree(strings != NULL ? (void *)strings : (void *)values);
-      return tag;
+      tag = *first == 'v' ? api.scanf(ber, format, &strings) : api.scanf(ber, format, &values);
+      return putArray(tag, strings, values);
     default: return api.scanf(ber, format);
   }
 }
@@ -250,8 +281,15 @@ static void decode(const char *format, const char *hex) {
   put("OK");
   int ok = ber != NULL;
   for (const char *f = format; ok && *f != '\0'; ++f) {
-    const char letter[2] = {*f, '\0'};
-    ok = decodeLetter(ber, letter) != DRV_ERROR;
+    char call[64] = {*f, '\0'};
+    if (*f == '(') {
+      const size_t n = strcspn(++f, ")");
+      if (f[n] != ')' || n >= sizeof call) fail("bad call");
+      memcpy(call, f, n);
+      call[n] = '\0';
+      f += n;
+    }
+    ok = decodeCall(ber, call) != DRV_ERROR;
   }
   if (!ok) {
     used = 0;

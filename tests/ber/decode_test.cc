@@ -61,6 +61,10 @@ INSTANTIATE_TEST_SUITE_P(
              "OK 5"},
         Rule{"LengthAndTagArePeekedTagWithLengthConsumed", "{ltTo", "30 06 a0 04 04 02 61 62",
              "OK 4 0xa0 0xa0 6162"},
+        Rule{"AnArrayAfterBracesIsTheSequenceTheyEntered", "({v})i", "30 06 04 01 61 04 01 62 02 01 05",
+             "OK 2 61 62 5"},
+        Rule{"ArrayInBracketsTakesAnyConstructedTag", "([V])", "a0 03 04 01 61", "OK 1 61"},
+        Rule{"BracesInAnEarlierCallEnterTheSequence", "{v", "30 05 04 03 61 62 63", "ERR"},
         Rule{"UnknownLetterFails", "i?", "02 01 05", "ERR"},
         Rule{"NothingToReadFails", "ii", "02 01 05", "ERR"}),
     [](const auto &info) { return std::string(info.param.name); });
@@ -119,6 +123,45 @@ TEST(BerScanf, FailureReleasesEverythingAndNullsTheOutParameters) {
     capture.lines().clear();
     EXPECT_EQ(r.scan(ber, "#"), LBER_ERROR);
     EXPECT_EQ(capture.lines()[0], "64 unknown fmt %c\n[#]");
+  }
+  gsleioGBerFree(nullptr, ber);
+}
+
+std::vector<std::string> stringsOf(char **strings) {
+  std::vector<std::string> read;
+  for (char **s = strings; s != nullptr && *s != nullptr; ++s) read.emplace_back(*s);
+  return read;
+}
+
+// How clients of the conventional API read a SEQUENCE OF strings: braces
+// around v in one call; v reads the elements of the sequence the braces
+// entered.
+TEST(BerScanf, SequenceOfStringsInBraces) {
+  gsleBerElement *ber = reading("30 0c  04 01 61  04 02 62 63  04 03 64 65 66");
+  char **strings = nullptr;
+  {
+    qtest::TestAllocator::Scope allocator;
+    EXPECT_NE(gsledeNBerScanf(nullptr, ber, "{v}", &strings), LBER_ERROR);
+    EXPECT_EQ(stringsOf(strings), (std::vector<std::string>{"a", "bc", "def"}));
+    EXPECT_EQ(ber->ptr, ber->end);
+    for (char **s = strings; s != nullptr && *s != nullptr; ++s) gslumfFree(nullptr, *s);
+    gslumfFree(nullptr, strings);
+    EXPECT_EQ(qtest::TestAllocator::live, 0);
+  }
+  gsleioGBerFree(nullptr, ber);
+}
+
+// An array that cannot be read after braces takes back the string read
+// before it in the same call.
+TEST(BerScanf, NestedArrayFailingReleasesTheStringBeforeIt) {
+  gsleBerElement *ber = reading("30 09  04 01 78  30 04 04 01 61 04");
+  char *text = nullptr, **strings = nullptr;
+  {
+    qtest::TestAllocator::Scope allocator;
+    EXPECT_EQ(gsledeNBerScanf(nullptr, ber, "{a{v}}", &text, &strings), LBER_ERROR);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(strings, nullptr);
+    EXPECT_EQ(qtest::TestAllocator::live, 0);
   }
   gsleioGBerFree(nullptr, ber);
 }

@@ -85,6 +85,17 @@ INSTANTIATE_TEST_SUITE_P(
              "{iTaeeiibTaa}v}}", ""},
         Case{"StringArrays", "der", "{v}{V}", "3 61 6263 " + kDn + " 2 00ff " + counting(300), "vV",
              ""},
+        // One ber_scanf call each: an opening letter right before v or V
+        // leaves the header to the array letter.
+        Case{"SequenceOfStringsInBraces", "der", "{v}", "3 61 6263 646566", "({v})", ""},
+        Case{"SetOfStringsInBrackets", "ber", "[v]", "2 " + kDn + " " + counting(200, 1), "([v])",
+             ""},
+        Case{"SequenceOfBervalsInBraces", "der", "{V}", "2 00ff " + counting(300), "({V})", ""},
+        Case{"EmptySequenceInBraces", "der", "{v}", "0", "({v})", ""},
+        Case{"ArrayAfterAStringAndNested", "der", "{s{v}[V]}",
+             kDn + " 3 61 6263 646566 1 " + kSecret, "({a{v})([V]})", ""},
+        Case{"ClosingLettersCheckNothing", "ber", "{{v}i}{V}", "2 61 6263 7 1 64", "({{v}}})i(V)",
+             ""},
         Case{"GrowthPastTheInlineBuffer", "ber", "{o{o}}", counting(1025) + " " + counting(3000, 7),
              "{o{o}}", ""},
         Case{"SkipAndPeekLength", "der", "{iso}", "1 78 " + counting(300), "{xxlo}",
