@@ -153,6 +153,10 @@ void convertersRelease(gsluctx *ctx);
 void logClose(gsluctx *ctx);
 void logRelease(gsluctx *ctx);
 
+// Whether ctx's memory goes to its caller-supplied callback table: the
+// table is set and all four of its memory callbacks are (core/memory.cc).
+[[nodiscard]] bool callbackTableServes(const gsluctx *ctx);
+
 // Test hook: the allocation hook every new context starts with (null, the
 // default: none), so that a test can fail the allocations start-up makes
 // through the context: the catalogue's and the password-scheme table's.

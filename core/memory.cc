@@ -5,6 +5,18 @@
 
 #include "core/context_internal.h"
 
+namespace gslu {
+
+// The caller-supplied table counts only when all four memory callbacks are
+// set; a partial table is ignored entirely, even for the ones that are set.
+bool callbackTableServes(const gsluctx *ctx) {
+  const gsluMemCallbacks *t = ctx->mem_table;
+  return t != nullptr && t->allocate != nullptr && t->allocate_zeroed != nullptr &&
+         t->reallocate != nullptr && t->release != nullptr;
+}
+
+}  // namespace gslu
+
 namespace {
 
 // Requests to the C library are rounded up to a multiple of 8 bytes.
@@ -13,15 +25,8 @@ namespace {
   return (static_cast<std::size_t>(size) + 7) & ~static_cast<std::size_t>(7);
 }
 
-// The caller-supplied table counts only when all four memory callbacks are
-// set; a partial table is ignored entirely, even for the ones that are set.
 [[nodiscard]] const gsluMemCallbacks *completeTable(const gsluctx *ctx) {
-  const gsluMemCallbacks *t = ctx->mem_table;
-  if (t == nullptr || t->allocate == nullptr || t->allocate_zeroed == nullptr ||
-      t->reallocate == nullptr || t->release == nullptr) {
-    return nullptr;
-  }
-  return t;
+  return gslu::callbackTableServes(ctx) ? ctx->mem_table : nullptr;
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "core/format.h"
 #include "core/memory.h"
 #include "core/output_internal.h"
+#include "core/pool.h"
 #include "core/utf8.h"
 
 namespace gslu {
@@ -221,7 +222,8 @@ class Expansion {
   // Deliberate: the first heap try takes a 65536-byte block but keeps the
   // limit of 32768, so it gains nothing over the stack buffer; the limit
   // doubles only from the second try on, and each resize names half the
-  // new limit as the old size. Allocator hooks see exactly this sequence.
+  // new limit as the old size. An allocator the caller installed sees exactly
+  // this sequence (see expansionBlocksUnseen).
   [[nodiscard]] int retryOnHeap(const char *format, const gsluArg *args, uint32_t count) {
     heap_.reset(static_cast<char *>(gslummMalloc(ctx_, kFirstHeapBlockSize)));
     if (!heap_) return GSLUF_NO_MEMORY;
@@ -350,11 +352,39 @@ class Segments {
   return true;
 }
 
+[[nodiscard]] bool hooksAre(const gsluctx *ctx, gsluMallocHook m, gsluCallocHook c,
+                            gsluReallocHook r, gsluFreeHook f) {
+  return ctx->hook_malloc == m && ctx->hook_calloc == c && ctx->hook_realloc == r &&
+         ctx->hook_free == f;
+}
+
+// Whether nobody can see the blocks an expansion would take: the C library
+// allocator serves ctx, or the small-block pool does. An allocator the
+// caller routed memory to (a complete callback table, or hooks of its own)
+// is promised the expansion's sequence of blocks, and its refusal must fail
+// the print.
+//
+// The pool counts as the C library here: it hands every block above
+// kPoolMaxSmall bytes straight to the C library, and the expansion's blocks
+// are all larger, so they would be the C library's anyway. It is the
+// program's own allocator, installed by main(), not one an embedder
+// brings; counted as the caller's, it would send every record of a
+// conversion through the expansion, one more copy of each record and, for
+// records over 32767 bytes, blocks growing to twice their size.
+[[nodiscard]] bool expansionBlocksUnseen(const gsluctx *ctx) {
+  static_assert(kFirstHeapBlockSize > kPoolMaxSmall, "the pool passes expansion blocks on");
+  if (callbackTableServes(ctx)) return false;
+  return hooksAre(ctx, nullptr, nullptr, nullptr, nullptr) ||
+         hooksAre(ctx, poolMalloc, poolCalloc, poolRealloc, poolFree);
+}
+
 // Standard output without conversion: a plain text goes to the buffer as it
 // stands. Expanding it first would copy a record of any size into a block
 // that grows by doubling, up to twice the record, only to copy it again.
+// Only where skipping those blocks cannot be seen.
 [[nodiscard]] bool writesDirectly(const gsluctx *ctx, uint64_t stream) {
-  return stream == GSLUF_STREAM_STDOUT && ctx->output_conversion == 0;
+  return stream == GSLUF_STREAM_STDOUT && ctx->output_conversion == 0 &&
+         expansionBlocksUnseen(ctx);
 }
 
 // Whole text, converted chunk by chunk when the context converts output.

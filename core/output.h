@@ -121,10 +121,12 @@ enum {
  * not fit, into a 65536-byte gslummMalloc block still limited to 32768
  * bytes, then with the limit doubled on every further try (the block
  * resized with gslumrRealloc to the new limit, half of it given as the old
- * size). Text longer than 32763 bytes for standard output or standard
- * error, or for any stream when output is converted, is written in pieces
- * of at most 32763 bytes cut between UTF-8 characters, each followed by a
- * newline. */
+ * size), and freed at the end. An allocator the caller installed (a
+ * callback table or the context's hooks) sees exactly this sequence; when
+ * it refuses a block the call returns 5 and writes nothing. Text longer
+ * than 32763 bytes for standard output or standard error, or for any
+ * stream when output is converted, is written in pieces of at most 32763
+ * bytes cut between UTF-8 characters, each followed by a newline. */
 int gslufpFprintf(gsluctx *ctx, uint64_t stream, const char *format, ...);
 int gslufpvFprintfV(gsluctx *ctx, uint64_t stream, const char *format, va_list ap);
 int gslufpaFprintfArgs(gsluctx *ctx, uint64_t stream, const char *format, const gsluArg *args,

@@ -176,6 +176,103 @@ TEST_F(OutputTest, FirstHeapRetryKeepsLimitThenDoublesDeliberately) {
   }
 }
 
+// ---- An allocator of the caller's own -----------------------------------------------
+
+// The counting allocator as a callback table, handed over with a client
+// handle the way a client library's caller does.
+const gsluMemCallbacks kCountingTable = {
+    [](gsluctx *c, void *, uint32_t n) { return qtest::TestAllocator::allocate(c, n); },
+    [](gsluctx *c, void *, uint32_t k, uint32_t n, const gsluMemCallbacks *) {
+      return qtest::TestAllocator::allocateZeroed(c, k, n);
+    },
+    [](gsluctx *c, void *, uint32_t n, void *old, uint32_t old_n, const gsluMemCallbacks *) {
+      return qtest::TestAllocator::reallocate(c, n, old, old_n);
+    },
+    [](gsluctx *c, void *, void *p) { qtest::TestAllocator::release(c, p); }, nullptr};
+
+// kReallocHookOnly: the other three operations stay with the C library,
+// so only the resizes are seen.
+enum class Route { kCallbackTable, kHooks, kReallocHookOnly };
+
+struct AllocatorCase {
+  const char *name;
+  Route route;
+  std::size_t length;           // of the text printed with "%s\n" to standard output
+  std::vector<uint32_t> sizes;  // every block asked of it, resizes included
+  std::vector<std::pair<uint32_t, uint32_t>> resizes;  // (new size, old size named)
+};
+
+void PrintTo(const AllocatorCase &c, std::ostream *os) { *os << c.name; }
+
+class CallerAllocatorTest : public OutputTest, public ::testing::WithParamInterface<AllocatorCase> {
+ protected:
+  // Prints the case's text with the counting allocator routed in, refusing
+  // request number fail_at (from 0); what reached standard output.
+  std::string printThroughAllocator(std::size_t fail_at, int *status) {
+    const AllocatorCase &c = GetParam();
+    const std::string text = repeat('m', c.length);
+    return captureStdout([&] {
+      qtest::TestAllocator::reset();
+      if (c.route == Route::kHooks) {
+        qtest::TestAllocator::install(ctx_);
+      } else if (c.route == Route::kReallocHookOnly) {
+        (void)gslumsSetHooks(ctx_, nullptr, nullptr, qtest::TestAllocator::reallocate, nullptr);
+      } else {
+        const gslcClientHandle handle = {ctx_, &kCountingTable, nullptr};
+        ASSERT_EQ(gslccx_Getgsluctx(&handle), ctx_);
+      }
+      qtest::TestAllocator::fail_at = fail_at;
+      *status = gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s\n", text.c_str());
+      ctx_->mem_table = nullptr;
+      qtest::TestAllocator::uninstall(ctx_);
+    });
+  }
+};
+
+// Deliberate, as for any stream: the documented blocks, freed again, and
+// the same bytes as with the C library's allocator.
+TEST_P(CallerAllocatorTest, SeesTheDocumentedBlocksForStandardOutput) {
+  const AllocatorCase &c = GetParam();
+  const std::string text = repeat('m', c.length);
+  const std::string expected = captureStdout(
+      [&] { EXPECT_EQ(gslu::fprintf(ctx_, GSLUF_STREAM_STDOUT, "%s\n", text.c_str()), GSLUF_OK); });
+  int status = -1;
+  const std::string out = printThroughAllocator(qtest::TestAllocator::kUnlimited, &status);
+  EXPECT_EQ(status, GSLUF_OK);
+  EXPECT_EQ(qtest::TestAllocator::sizes, c.sizes);
+  EXPECT_EQ(qtest::TestAllocator::reallocations, c.resizes);
+  EXPECT_EQ(qtest::TestAllocator::live, 0);
+  EXPECT_TRUE(out == expected);
+}
+
+// Refusing any one of those blocks fails the print before a byte is written.
+TEST_P(CallerAllocatorTest, RefusedBlockGivesNoMemoryAndWritesNothing) {
+  const AllocatorCase &c = GetParam();
+  for (std::size_t n = 0; n < c.sizes.size(); ++n) {
+    int status = -1;
+    EXPECT_EQ(printThroughAllocator(n, &status), "") << "refused " << n;
+    EXPECT_EQ(status, GSLUF_NO_MEMORY) << "refused " << n;
+    EXPECT_EQ(qtest::TestAllocator::sizes.size(), n + 1) << "refused " << n;
+    EXPECT_EQ(qtest::TestAllocator::live, 0) << "refused " << n;
+  }
+}
+
+const std::vector<uint32_t> kTwoTries = {65536, 65536};
+const std::vector<uint32_t> kThreeTries = {65536, 65536, 131072};
+const std::vector<std::pair<uint32_t, uint32_t>> kOneResize = {{65536, 32768}};
+const std::vector<std::pair<uint32_t, uint32_t>> kTwoResizes = {{65536, 32768}, {131072, 65536}};
+
+INSTANTIATE_TEST_SUITE_P(
+    Routes, CallerAllocatorTest,
+    ::testing::Values(
+        AllocatorCase{"Table40000", Route::kCallbackTable, 40000, kTwoTries, kOneResize},
+        AllocatorCase{"Hooks40000", Route::kHooks, 40000, kTwoTries, kOneResize},
+        AllocatorCase{"Table100000", Route::kCallbackTable, 100000, kThreeTries, kTwoResizes},
+        AllocatorCase{"Hooks100000", Route::kHooks, 100000, kThreeTries, kTwoResizes},
+        AllocatorCase{"ReallocHookOnly100000", Route::kReallocHookOnly, 100000, {65536, 131072},
+                      kTwoResizes}),
+    [](const auto &info) { return std::string(info.param.name); });
+
 // ---- Formatting failures -------------------------------------------------------------
 
 // Unknown type codes and arguments that do not match the format write
