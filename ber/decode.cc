@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "ber/ber_internal.h"
 #include "core/memory.h"
@@ -369,14 +370,24 @@ struct ScanArgs {
 // element must lie within the sequence. The array, cut at its first empty
 // slot, is released with release on failure. The sequence's tag, or
 // LBER_ERROR.
+// A SEQUENCE or SET that "{" or "[" has just entered: its tag and what is
+// left of its content.
+struct Entered {
+  uint32_t tag;
+  uint32_t length;
+};
+
 template <class T, class Get, class Release>
 [[nodiscard]] uint32_t readArray(gsluctx *ctx, gsleBerElement *ber, T ***out, Get get,
-                                 Release release) {
+                                 Release release, const std::optional<Entered> &entered) {
   if (out == nullptr) return kErrorTag;
   *out = nullptr;
   uint32_t length = 0;
-  const uint32_t tag = gsledeBBerSkipTag(ctx, ber, &length);
+  // Right after "{" or "[" the array is the SEQUENCE they entered, whose
+  // header is read already; otherwise it reads the header itself.
+  const uint32_t tag = entered ? entered->tag : gsledeBBerSkipTag(ctx, ber, &length);
   if (tag == kErrorTag) return kErrorTag;
+  if (entered) length = entered->length;
   const unsigned char *last = ber->ptr + length;
   const std::optional<uint32_t> count = countElements(ctx, ber, last);
   if (!count) return kErrorTag;
@@ -393,18 +404,13 @@ template <class T, class Get, class Release>
   return tag;
 }
 
-// True when an opening letter is followed by an array letter: v and V read
-// the header of their SEQUENCE or SET themselves, so "{v}", "[v]" and "{V}"
-// read the same as "v" and "V". Clients of the conventional API write the
-// braces to show the structure, and decode a SEQUENCE OF strings that way.
-[[nodiscard]] constexpr bool opensArray(char letter, char next) {
-  return (letter == '{' || letter == '[') && (next == 'v' || next == 'V');
-}
-
-// Reads what letter stands for (next is the letter after it, or NUL): the
-// tag read, or nothing for a letter that reads nothing.
+// Reads what letter stands for: the tag read, or nothing for a letter that
+// reads nothing. entered is the SEQUENCE or SET that the letter before
+// entered, if it was "{" or "["; an opening letter sets it anew.
 [[nodiscard]] std::optional<uint32_t> scanLetter(gsluctx *ctx, gsleBerElement *ber, char letter,
-                                                 char next, const ScanArgs &a) {
+                                                 const ScanArgs &a,
+                                                 std::optional<Entered> &entered) {
+  const std::optional<Entered> before = std::exchange(entered, std::nullopt);
   uint32_t length = 0;
   switch (letter) {
     case 'a': return gsledeGBerGetStringa(ctx, ber, a.text);
@@ -435,17 +441,20 @@ template <class T, class Get, class Release>
       *a.tag = tag;
       return tag;
     }
-    case 'v': return readArray(ctx, ber, a.strings, gsledeGBerGetStringa, freeStrings);
-    case 'V': return readArray(ctx, ber, a.values, gsledeHBerGetStringal, gsledePBerBvecfree);
+    case 'v': return readArray(ctx, ber, a.strings, gsledeGBerGetStringa, freeStrings, before);
+    case 'V':
+      return readArray(ctx, ber, a.values, gsledeHBerGetStringal, gsledePBerBvecfree, before);
     case 'x': {
       const uint32_t tag = gsledeBBerSkipTag(ctx, ber, &length);
       if (tag != kErrorTag) ber->ptr += length;  // within the element: checked by the skip
       return tag;
     }
     case '{':
-    case '[':
-      if (opensArray(letter, next)) return std::nullopt;  // the array reads the header
-      return gsledeBBerSkipTag(ctx, ber, &length);
+    case '[': {
+      const uint32_t tag = gsledeBBerSkipTag(ctx, ber, &length);
+      if (tag != kErrorTag) entered = Entered{tag, length};
+      return tag;
+    }
     default: return std::nullopt;  // '}' and ']': the content was read in order
   }
 }
@@ -512,12 +521,13 @@ uint32_t gsledeNBerScanfV(gsluctx *ctx, gsleBerElement *ber, const char *format,
   va_copy(args, ap);
   uint32_t result = 0;
   const char *failed = nullptr;
+  std::optional<Entered> entered;
   for (const char *f = format; *f != '\0' && failed == nullptr; ++f) {
     ScanArgs letter_args;
     if (!readScanArgs(*f, args, letter_args)) {
       (void)gslu::trace(ctx, GSLE_TRACE_BER, kUnknownLetterTrace, *f);
       failed = f;
-    } else if (const std::optional<uint32_t> tag = scanLetter(ctx, ber, *f, f[1], letter_args)) {
+    } else if (const std::optional<uint32_t> tag = scanLetter(ctx, ber, *f, letter_args, entered)) {
       if (*tag == kErrorTag) failed = f;
       result = *tag;
     }
