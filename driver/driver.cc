@@ -541,7 +541,8 @@ extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void *arg) {
   char *text = nullptr;
   size_t length = 0;
   const int status = gslclegalfGetAsLDIFForm(
-      nullptr, entry, v2 ? GSLCLE_LDIF_FORM_RFC2849 : GSLCLE_LDIF_FORM_LIBRARY, &text, &length);
+      nullptr, entry, v2 ? GSLCLE_LDIF_FORM_RFC2849 : GSLCLE_LDIF_FORM_LIBRARY, &text, &length,
+      nullptr);
   if (status != GSLCLEGAL_OK) return status;
   int printed = GSLUF_OK;
   if (v2 || (run != nullptr && run->whole_records)) {

@@ -152,10 +152,9 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
 }
 
 // Creates the attribute of an attr element; a refused name is its own
-// failure. The name is checked by the same call that creates the
-// attribute, which keeps the verdict, so it is looked at once.
+// failure.
 [[nodiscard]] int createNamedAttribute(GslxdvStateMachine *m, const char *name) {
-  switch (gslcleccaCreateCheckedAttribute(nullptr, name, GSLCLE_VALUES_BINARY, &m->attribute)) {
+  switch (gslxdv::createNamedAttribute(name, m->name_rule, &m->attribute)) {
     case GSLCLE_OK: return GSLXDV_OK;
     case GSLCLEGAL_REFUSED: return GSLXDV_REFUSED_NAME;
     default: return GSLXDV_FAILED;
@@ -171,8 +170,10 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
       const char *name = gslxGetAttrValue(attributes, kNameAttribute);
       if (name == nullptr) return GSLXDV_MISSING_ATTRIBUTE;
       // Deliberate: a name that would change the structure of the LDIF
-      // written for the entry (a line break, a leading space or '#', or
-      // "dn", "changetype", "control") fails the whole document. Writing
+      // written for the entry (a line break, a leading space or '#', a
+      // colon, or "dn", "changetype", "control") fails the whole document,
+      // and so does, when the caller asks for RFC 4512 names, any other
+      // name that is not an attribute description. Writing
       // the record without it, or with the name altered, would hand a
       // directory server an entry the document did not describe.
       return createNamedAttribute(m, name);
@@ -554,6 +555,13 @@ int32_t gslxdvpParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
   return readDocument(handle, source);
 }
 
+int32_t gslxdvsnSetNameRule(GslxdvParserCtx *handle, int32_t rule) {
+  if (handle == nullptr) return GSLXDV_NULL_ARG;
+  handle->machine->name_rule = rule;
+  handle->machine2->name_rule = rule;
+  return GSLXDV_OK;
+}
+
 int32_t gslxdvgvGetVersion(const GslxdvParserCtx *handle) {
   return handle != nullptr ? handle->version : GSLXDV_VERSION_NONE;
 }
@@ -619,9 +627,11 @@ int sax_endDocument(void *machine) {
   // is read after it ended.
   xmlctx *xml = m->xml;
   const GslxdvDiagnostic diagnostic = m->diagnostic;
+  const int32_t name_rule = m->name_rule;
   gslxdv1iInitSMachine(m);
   m->xml = xml;
   m->diagnostic = diagnostic;
+  m->name_rule = name_rule;
   moveTo(m, GSLXDV_STATE_ENDED);
   return GSLXDV_OK;
 }

@@ -79,8 +79,8 @@ enum {
   GSLXDV_NULL_ARG = 9,          /* a required argument is null */
   GSLXDV_NO_CONTEXT = 10,       /* no core context */
   GSLXDV_BAD_BASE64 = 11,       /* a value's base64 text cannot be decoded */
-  GSLXDV_REFUSED_NAME = 12      /* an attr name that would forge LDIF
-                                   structure (gslclecnCheckAttrName) */
+  GSLXDV_REFUSED_NAME = 12      /* an attr name that the name rule refuses
+                                   (gslxdvsnSetNameRule) */
 };
 
 /* Source kinds of gslxdv1pParse. Only GSLXDV_SOURCE_URI reads a document;
@@ -224,6 +224,13 @@ int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle
  * gslxdvgvGetVersion tells which version the entry comes from. */
 int32_t gslxdvpParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
                      GslxdvEntryCallback callback, void *callback_arg);
+
+/* The rule the attribute names of later documents read with handle must
+ * keep (GSLCLE_NAMES_* of entry/names.h; GSLCLE_NAMES_LDIF until set; any
+ * other value is taken as it): an attr or modification whose name it
+ * refuses fails its document with GSLXDV_CAUSE_REFUSED_NAME, at the
+ * element's place. 9 for a null handle, else 0. */
+int32_t gslxdvsnSetNameRule(GslxdvParserCtx *handle, int32_t rule);
 
 /* GSLXDV_VERSION_1 or _2 once the document being read (or last read) showed
  * its version, GSLXDV_VERSION_NONE before, for a document that is neither,

@@ -8,6 +8,8 @@
 
 #include "core/memory.h"
 #include "entry/base64.h"
+#include "entry/ldif_record.h"
+#include "entry/names.h"
 
 namespace gslxdv {
 namespace {
@@ -126,6 +128,13 @@ int decodeText(GslxdvText *text) {
   text->bytes[decoded] = '\0';
   text->length = decoded;
   return GSLXDV_OK;
+}
+
+// ---- Attributes ------------------------------------------------------------------------
+
+int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute) {
+  if (gslclenaAttrNameLength(name, rule) < 0) return GSLCLEGAL_REFUSED;
+  return gslcleclaCreateLDAPAttribute(nullptr, name, GSLCLE_VALUES_BINARY, attribute);
 }
 
 // ---- Failures --------------------------------------------------------------------------

@@ -85,6 +85,14 @@ void keepOrReleaseText(gsluctx *core, GslxdvText *text);
 // dropped) or GSLXDV_OK.
 [[nodiscard]] int decodeText(GslxdvText *text);
 
+// ---- Attributes ----------------------------------------------------------------------
+
+// Creates into *attribute the counted-value attribute named name when rule
+// (GSLCLE_NAMES_*) accepts the name: GSLCLE_OK, GSLCLEGAL_REFUSED with
+// nothing created, or the entry model's own failure. The rule keeps a
+// document from forging the structure of the LDIF written for it.
+[[nodiscard]] int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute);
+
 // ---- Failures ------------------------------------------------------------------------
 
 // Whether d holds a failure (a warning is not one).

@@ -102,6 +102,8 @@ typedef struct GslxdvStateMachine {
   GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
                                   failure records its cause and place */
   uint16_t root_seen;          /* 1 once the document's root element opened */
+  int32_t name_rule;           /* GSLCLE_NAMES_* for attr names; kept
+                                  from one document to the next */
 } GslxdvStateMachine;
 
 typedef struct GslxdvV2Machine GslxdvV2Machine; /* dsml/reader_v2_internal.h */

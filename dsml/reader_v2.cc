@@ -288,8 +288,7 @@ void noteErrorResponse(GslxdvV2Machine *m, const xmlattrs *attributes) {
                                   const char *element) {
   const char *name = gslxGetAttrValue(attributes, kName);
   if (name == nullptr) return fail(m, GSLXDV_CAUSE_NO_NAME, element);
-  switch (const int st = gslcleccaCreateCheckedAttribute(nullptr, name, GSLCLE_VALUES_BINARY,
-                                                         &m->attribute)) {
+  switch (const int st = gslxdv::createNamedAttribute(name, m->name_rule, &m->attribute)) {
     case GSLCLE_OK: return GSLXDV_OK;
     case GSLCLEGAL_REFUSED: return fail(m, GSLXDV_CAUSE_REFUSED_NAME, name);
     default: return failModel(m, st);

@@ -104,6 +104,7 @@ struct GslxdvV2Machine {
   uint32_t skip_depth;           // elements open in the skipped one, itself
                                  // included; 0 when not skipping
   GslxdvText text;               // the open value's text
+  int32_t name_rule;             // GSLCLE_NAMES_* for attr and modification names
   GslxdvDiagnostic diagnostic;   // of the latest document
   GslxdvWarnings warnings;       // of the latest document
 };

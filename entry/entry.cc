@@ -8,9 +8,7 @@
 
 #include "core/memory.h"
 #include "core/owned.h"
-#include "entry/entry_internal.h"
-#include "entry/ldif_line_internal.h"
-#include "entry/ldif_record.h"
+#include "entry/names.h"
 #include "util/strings.h"
 
 namespace {
@@ -42,14 +40,6 @@ template <class T>
 template <class T>
 [[nodiscard]] char *tailOf(T *record) {
   return reinterpret_cast<char *>(record + 1);
-}
-
-// An attribute's block holds the verdict on its name between the record and
-// the name (entry_internal.h).
-constexpr size_t kVerdictSize = sizeof(int64_t);
-
-[[nodiscard]] char *nameBehind(LDAPAttribute *attribute) {
-  return tailOf(attribute) + kVerdictSize;
 }
 
 // Copies the NUL-terminated s of `length` bytes behind record and returns
@@ -241,47 +231,7 @@ int releaseControl(gsluctx *core, void *control) { return gslumfFree(core, contr
   return *list != nullptr ? GSLCLE_OK : GSLCLE_NO_MEMORY;
 }
 
-// gslcleclaCreateLDAPAttribute with the verdict on the name already taken
-// (checkedAttributeNameLength's result; ignored for a null name).
-[[nodiscard]] int createAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
-                                  int64_t checked, LDAPAttribute **attribute) {
-  gsluctx *core = gslccx_Getgsluctx(ctx);
-  if (core == nullptr) return GSLCLE_NO_CONTEXT;
-  if (name == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
-  *attribute = nullptr;
-  // Only the low 8 bits name the kind; the rest of the word is not looked at.
-  const auto kind = static_cast<uint8_t>(value_kind & 0xff);
-  if (kind != GSLCLE_VALUES_TEXT && kind != GSLCLE_VALUES_BINARY) return GSLCLE_BAD_VALUE_KIND;
-  if (name[0] == '\0') return GSLCLE_EMPTY_NAME;
-  const size_t name_length = checked >= 0 ? static_cast<size_t>(checked) : std::strlen(name);
-  Owned<LDAPAttribute> record =
-      allocateRecordWithTail<LDAPAttribute>(core, kVerdictSize + uint64_t{name_length} + 1);
-  if (record == nullptr) return GSLCLE_NO_MEMORY;
-  *record = LDAPAttribute{};
-  std::memcpy(tailOf(record.get()), &checked, kVerdictSize);
-  record->name = nameBehind(record.get());
-  std::memcpy(record->name, name, name_length + 1);
-  record->value_kind = kind;
-  record->change_type = GSLCLE_ATTR_ADD;
-  *attribute = record.release();
-  return GSLCLE_OK;
-}
-
 }  // namespace
-
-namespace gslu::entry {
-
-int64_t checkedNameLengthOf(const LDAPAttribute *attribute) {
-  // A name that is not the copy made at creation is checked as it stands.
-  auto *record = const_cast<LDAPAttribute *>(attribute);
-  if (attribute->name != nameBehind(record))
-    return ldif::checkedAttributeNameLength(attribute->name);
-  int64_t checked = 0;
-  std::memcpy(&checked, tailOf(record), kVerdictSize);
-  return checked;
-}
-
-}  // namespace gslu::entry
 
 extern "C" {
 
@@ -449,27 +399,32 @@ int gslcleacAddControl(const gslcClientHandle *ctx, LDAPEntry *entry, const char
 }
 
 int gslclecoCheckControlOid(const char *oid) {
-  return oid != nullptr && gslu::ldif::isNumericOid(oid) ? GSLCLE_OK : GSLCLE_BAD_OID;
+  return oid != nullptr && gslclenoIsControlOid(oid, std::strlen(oid)) != 0 ? GSLCLE_OK
+                                                                            : GSLCLE_BAD_OID;
 }
 
 // ---- Attribute operations -----------------------------------------------------
 
 int gslcleclaCreateLDAPAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
                                  LDAPAttribute **attribute) {
-  // The verdict on the name for LDIF is taken here, once (entry_internal.h);
-  // it also gives the length of every name a record may bear.
-  const int64_t checked = name != nullptr ? gslu::ldif::checkedAttributeNameLength(name) : -1;
-  return createAttribute(ctx, name, value_kind, checked, attribute);
-}
-
-int gslcleccaCreateCheckedAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
-                                    LDAPAttribute **attribute) {
-  const int64_t checked = gslu::ldif::checkedAttributeNameLength(name);
-  if (checked < 0) {
-    if (attribute != nullptr) *attribute = nullptr;
-    return GSLCLEGAL_REFUSED;
-  }
-  return createAttribute(ctx, name, value_kind, checked, attribute);
+  gsluctx *core = gslccx_Getgsluctx(ctx);
+  if (core == nullptr) return GSLCLE_NO_CONTEXT;
+  if (name == nullptr || attribute == nullptr) return GSLCLE_NULL_ARG;
+  *attribute = nullptr;
+  // Only the low 8 bits name the kind; the rest of the word is not looked at.
+  const auto kind = static_cast<uint8_t>(value_kind & 0xff);
+  if (kind != GSLCLE_VALUES_TEXT && kind != GSLCLE_VALUES_BINARY) return GSLCLE_BAD_VALUE_KIND;
+  if (name[0] == '\0') return GSLCLE_EMPTY_NAME;
+  const size_t name_length = std::strlen(name);
+  Owned<LDAPAttribute> record =
+      allocateRecordWithTail<LDAPAttribute>(core, uint64_t{name_length} + 1);
+  if (record == nullptr) return GSLCLE_NO_MEMORY;
+  *record = LDAPAttribute{};
+  record->name = copyBehind(record.get(), name, name_length);
+  record->value_kind = kind;
+  record->change_type = GSLCLE_ATTR_ADD;
+  *attribute = record.release();
+  return GSLCLE_OK;
 }
 
 void gslcledaDestroyLDAPAttribute(const gslcClientHandle *ctx, LDAPAttribute *attribute) {

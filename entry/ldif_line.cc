@@ -12,14 +12,12 @@
 #include "core/memory.h"
 #include "core/output.h"
 #include "entry/base64_internal.h"
+#include "entry/names.h"
 #include "util/strings.h"
 
 namespace gslu::ldif {
 namespace {
 
-// A continuation line starts before a character written while the column
-// counter is past this value.
-constexpr size_t kFoldColumn = 76;
 constexpr char kFold[] = "\n ";
 constexpr size_t kFoldSize = 2;
 
@@ -79,30 +77,30 @@ constexpr const char *kBinaryTypes[] = {
 }
 
 // Digits or characters that still fit on the line at column `column`
-// before a fold.
-[[nodiscard]] constexpr size_t roomAt(size_t column) {
-  return column > kFoldColumn ? 0 : kFoldColumn + 1 - column;
+// before a fold, when lines fold past column `fold`.
+[[nodiscard]] constexpr size_t roomAt(size_t column, size_t fold) {
+  return column > fold ? 0 : fold + 1 - column;
 }
 
 // Number of continuation lines needed to write n characters starting at
 // column `column`.
-[[nodiscard]] size_t foldsFor(size_t column, uint64_t n) {
-  const size_t first = roomAt(column);
+[[nodiscard]] size_t foldsFor(size_t column, uint64_t n, size_t fold) {
+  const size_t first = roomAt(column, fold);
   if (n <= first) return 0;
-  return static_cast<size_t>((n - first + kFoldColumn - 1) / kFoldColumn);
+  return static_cast<size_t>((n - first + fold - 1) / fold);
 }
 
 // Copies n characters, folding as the column counter demands; returns the
 // end of the output.
-char *writeFolded(char *out, size_t column, const char *src, uint64_t n) {
-  size_t room = roomAt(column);
+char *writeFolded(char *out, size_t column, const char *src, uint64_t n, size_t fold) {
+  size_t room = roomAt(column, fold);
   while (n > room) {
     std::memcpy(out, src, room);
     std::memcpy(out + room, kFold, kFoldSize);
     out += room + kFoldSize;
     src += room;
     n -= room;
-    room = kFoldColumn;
+    room = fold;
   }
   if (n == 0) return out;  // an empty value may have no bytes at all
   std::memcpy(out, src, n);
@@ -115,7 +113,8 @@ char *writeFolded(char *out, size_t column, const char *src, uint64_t n) {
 
 // Writes the four digits of one group with room digits left on the line,
 // folding inside the group when it does not fit whole.
-char *writeGroup(char *out, const char (&digits)[b64::kDigitsPerGroup], size_t *room) {
+char *writeGroup(char *out, const char (&digits)[b64::kDigitsPerGroup], size_t *room,
+                 size_t fold) {
   constexpr size_t kGroup = b64::kDigitsPerGroup;
   if (*room >= kGroup) {
     std::memcpy(out, digits, kGroup);
@@ -129,7 +128,7 @@ char *writeGroup(char *out, const char (&digits)[b64::kDigitsPerGroup], size_t *
     }
     *out++ = digits[i];
   }
-  *room = kFoldColumn - (kGroup - *room);
+  *room = fold - (kGroup - *room);
   return out;
 }
 
@@ -141,9 +140,9 @@ char *writeGroup(char *out, const char (&digits)[b64::kDigitsPerGroup], size_t *
 // When a fold falls inside the last group this gives exactly the layout
 // lines have always had, where an "=" that would have overwritten the
 // continuation space went to the last character before the fold instead.
-char *writeBase64(char *out, size_t column, const unsigned char *in, uint64_t n) {
+char *writeBase64(char *out, size_t column, const unsigned char *in, uint64_t n, size_t fold) {
   const unsigned char *const end = in + n;
-  size_t room = roomAt(column);
+  size_t room = roomAt(column, fold);
   for (;;) {
     const uint64_t whole = std::min<uint64_t>(room / b64::kDigitsPerGroup, n / b64::kBytesPerGroup);
     out = b64::encodeGroups(&in, whole, end, out);
@@ -152,131 +151,71 @@ char *writeBase64(char *out, size_t column, const unsigned char *in, uint64_t n)
     if (n < b64::kBytesPerGroup) break;
     char digits[b64::kDigitsPerGroup];
     b64::writeDigits(b64::groupBits(in), digits);
-    out = writeGroup(out, digits, &room);
+    out = writeGroup(out, digits, &room, fold);
     in += b64::kBytesPerGroup;
     n -= b64::kBytesPerGroup;
   }
   if (n > 0) {
     char digits[b64::kDigitsPerGroup];
     b64::writePartialGroup(in, static_cast<uint32_t>(n), digits);
-    out = writeGroup(out, digits, &room);
+    out = writeGroup(out, digits, &room, fold);
   }
   return out;
 }
 
-// What each byte does to a type: nothing, ends it, or refuses it.
-enum TypeByte : uint8_t { kTypeOrdinary, kTypeEnd, kTypeRefused };
-
-constexpr std::array<uint8_t, 256> makeTypeBytes() {
-  std::array<uint8_t, 256> bytes{};
-  for (int c = 0; c < 0x20; ++c) bytes[c] = kTypeRefused;  // control characters
-  bytes[0x7f] = kTypeRefused;
-  bytes['\0'] = kTypeEnd;
-  return bytes;
-}
-constexpr std::array<uint8_t, 256> kTypeBytes = makeTypeBytes();
-
-// Names that an LDIF reader takes for the structure of a record rather than
-// for an attribute: a second "dn" starts a record of the document's choosing,
-// "changetype" or "control" turns a content record into a change record.
-// Lower case, and of different lengths.
-constexpr std::string_view kStructuralNames[] = {"dn", "changetype", "control"};
-
-// Whether the first lower.size() bytes of name spell lower (lower-case
-// letters only) in any letter case: for such a letter l, (c | 0x20) == l
-// holds for c = l and its capital only.
-[[nodiscard]] bool equalsLowerName(const char *name, std::string_view lower) {
-  for (size_t i = 0; i < lower.size(); ++i) {
-    if ((name[i] | 0x20) != lower[i]) return false;
-  }
-  return true;
-}
-
-[[nodiscard]] bool isStructuralName(const char *name, size_t n) {
-  // Readers drop blanks between a type and its colon, so "dn " is "dn".
-  while (n > 0 && name[n - 1] == ' ') --n;
-  for (std::string_view s : kStructuralNames) {
-    if (s.size() == n) return equalsLowerName(name, s);
-  }
-  return false;
-}
-
 }  // namespace
 
-Form chooseForm(const char *value, uint32_t length) {
+Form chooseForm(const char *value, uint32_t length, bool strict) {
   const auto *v = reinterpret_cast<const unsigned char *>(value);
   if (length == 0) return {false, 0};
   if (v[0] == '\0' || v[0] == ':' || isAsciiSpace(v[0])) return {true, length};
   const uint32_t run = printablePrefix(v, length);
-  if (run == length) return {false, length};
+  if (run == length) {
+    // RFC 2849 allows no plain value that starts with '<', and asks for
+    // base64 where one ends with a space.
+    if (strict && (v[0] == '<' || v[length - 1] == ' ')) return {true, length};
+    return {false, length};
+  }
   // Deliberate: a NUL ends a plain value; what follows it is dropped.
-  if (v[run] == '\0') return {false, run};
+  if (v[run] == '\0' && !strict) return {false, run};
   return {true, length};
 }
 
-uint64_t lineSize(size_t type_size, bool base64, uint64_t count) {
+uint64_t lineSize(size_t type_size, bool base64, uint64_t count, size_t fold) {
   if (base64) {
     const uint64_t digits = base64Digits(count);
-    return type_size + 3 + digits + kFoldSize * foldsFor(type_size + 3, digits) + 1;
+    return type_size + 3 + digits + kFoldSize * foldsFor(type_size + 3, digits, fold) + 1;
   }
-  return type_size + 2 + count + kFoldSize * foldsFor(type_size + 1, count) + 1;
+  return type_size + 2 + count + kFoldSize * foldsFor(type_size + 1, count, fold) + 1;
 }
 
-char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64) {
+char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64,
+                size_t fold) {
   std::memcpy(out, type.data(), type.size());
-  return writeLineTail(out + type.size(), type.size(), bytes, count, base64);
+  return writeLineTail(out + type.size(), type.size(), bytes, count, base64, fold);
 }
 
-char *writeLineTail(char *out, size_t type_size, const char *bytes, uint64_t count, bool base64) {
+char *writeLineTail(char *out, size_t type_size, const char *bytes, uint64_t count, bool base64,
+                    size_t fold) {
   if (base64) {
     std::memcpy(out, ":: ", 3);
     out = writeBase64(out + 3, type_size + 3, reinterpret_cast<const unsigned char *>(bytes),
-                      count);
+                      count, fold);
   } else {
     std::memcpy(out, ": ", 2);
     // The space after the colon is not counted.
-    out = writeFolded(out + 2, type_size + 1, bytes, count);
+    out = writeFolded(out + 2, type_size + 1, bytes, count, fold);
   }
   *out++ = '\n';
   return out;
 }
 
-bool isNumericOid(std::string_view text) {
-  if (text.size() < 3 || text[0] < '0' || text[0] > '2') return false;
-  // Each "." must be followed by at least one digit.
-  bool after_dot = false;
-  for (size_t i = 1; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '.') {
-      if (after_dot) return false;
-      after_dot = true;
-    } else if (c >= '0' && c <= '9') {
-      after_dot = false;
-    } else {
-      return false;
-    }
-  }
-  return text[1] == '.' && !after_dot;
-}
-
-int64_t checkedTypeLength(const char *type) {
-  if (type == nullptr || type[0] == ' ' || type[0] == '#') return -1;
-  const char *p = type;
-  while (kTypeBytes[static_cast<unsigned char>(*p)] == kTypeOrdinary) ++p;
-  return *p == '\0' ? p - type : -1;
-}
-
-int64_t checkedAttributeNameLength(const char *name) {
-  const int64_t n = checkedTypeLength(name);
-  if (n < 0 || isStructuralName(name, static_cast<size_t>(n))) return -1;
-  return n;
-}
-
 ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
-                     Form form, Conversion conversion)
+                     Form form, Conversion conversion, size_t fold)
     : type_(type),
       bytes_(value),
       count_(form.shown),
+      fold_(fold),
       base64_(form.base64),
       converted_(nullptr, ContextFree{core}) {
   if (!base64_ || conversion != Conversion::kAsContext || !gslu::convertsOutput(core)) return;
@@ -295,9 +234,11 @@ ValueLine::ValueLine(gsluctx *core, std::string_view type, const char *value, ui
   count_ = converted;
 }
 
-size_t ValueLine::size() const { return lineSize(type_.size(), base64_, count_); }
+size_t ValueLine::size() const { return lineSize(type_.size(), base64_, count_, fold_); }
 
-char *ValueLine::write(char *out) const { return writeLine(out, type_, bytes_, count_, base64_); }
+char *ValueLine::write(char *out) const {
+  return writeLine(out, type_, bytes_, count_, base64_, fold_);
+}
 
 }  // namespace gslu::ldif
 
@@ -306,7 +247,7 @@ using namespace gslu::ldif;
 extern "C" {
 
 int32_t gsldlVTypeCheck(const char *type) {
-  return checkedTypeLength(type) < 0 ? GSLDL_TYPE_REFUSED : GSLDL_TYPE_OK;
+  return gslclenlLineTypeLength(type) < 0 ? GSLDL_TYPE_REFUSED : GSLDL_TYPE_OK;
 }
 
 char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t length) {

@@ -22,35 +22,32 @@ struct Form {
   uint32_t shown;  // bytes of the value the line shows
 };
 
-// The decision for length bytes of value (the rules of ldif_line.h).
-[[nodiscard]] Form chooseForm(const char *value, uint32_t length);
+// A continuation line starts before a character written while the column
+// counter is past the fold column: kFoldColumn as LDIF lines have always
+// been folded, kNoFold for lines that never fold.
+inline constexpr size_t kFoldColumn = 76;
+inline constexpr size_t kNoFold = SIZE_MAX / 4;
+
+// The decision for length bytes of value (the rules of ldif_line.h). With
+// strict, also a value that RFC 2849 does not allow plain goes to base64,
+// whole: one that starts with '<', ends with a space, or holds a NUL.
+[[nodiscard]] Form chooseForm(const char *value, uint32_t length, bool strict = false);
 
 // Bytes of the line for a type of type_size bytes showing count bytes in
 // the given form, its final newline included (no NUL).
-[[nodiscard]] uint64_t lineSize(size_t type_size, bool base64, uint64_t count);
+[[nodiscard]] uint64_t lineSize(size_t type_size, bool base64, uint64_t count,
+                                size_t fold = kFoldColumn);
 
 // Writes the line for type showing count bytes of bytes in the given form
 // at out, which has room for lineSize(); returns the end of the line.
-char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64);
+char *writeLine(char *out, std::string_view type, const char *bytes, uint64_t count, bool base64,
+                size_t fold = kFoldColumn);
 
 // Writes what follows a type of type_size bytes that is already written:
 // the separator and the value in the given form, folded, and the newline;
 // returns the end of the line. writeLine is the type and this.
-char *writeLineTail(char *out, size_t type_size, const char *bytes, uint64_t count, bool base64);
-
-// Whether text is a numeric OID: a digit 0-2, then one or more groups of
-// "." and digits. Control types must be, since they are written as they
-// stand on a "control:" line.
-[[nodiscard]] bool isNumericOid(std::string_view text);
-
-// The length of type when a line may start with it (gsldlVTypeCheck), in
-// one pass over it; -1 when it may not.
-[[nodiscard]] int64_t checkedTypeLength(const char *type);
-
-// The length of name when an attribute of a record may bear it
-// (gslclecnCheckAttrName): a type gsldlVTypeCheck accepts that is none of
-// the names LDIF readers take for a record's structure; -1 otherwise.
-[[nodiscard]] int64_t checkedAttributeNameLength(const char *name);
+char *writeLineTail(char *out, size_t type_size, const char *bytes, uint64_t count, bool base64,
+                    size_t fold = kFoldColumn);
 
 // Whether a line's value may be converted to the output character set.
 enum class Conversion { kNone, kAsContext };
@@ -61,7 +58,7 @@ enum class Conversion { kNone, kAsContext };
 class ValueLine {
  public:
   ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length, Form form,
-            Conversion conversion);
+            Conversion conversion, size_t fold = kFoldColumn);
   ValueLine(gsluctx *core, std::string_view type, const char *value, uint32_t length,
             Conversion conversion)
       : ValueLine(core, type, value, length, chooseForm(value, length), conversion) {}
@@ -75,6 +72,7 @@ class ValueLine {
   std::string_view type_;
   const char *bytes_;  // what the line shows, before encoding
   uint64_t count_;     // bytes of bytes_ shown
+  size_t fold_;
   bool base64_;
   Owned<char> converted_;  // the converted value, when there is one
 };

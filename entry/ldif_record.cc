@@ -14,8 +14,8 @@
 #include "core/context_access.h"
 #include "core/memory.h"
 #include "core/owned.h"
-#include "entry/entry_internal.h"
 #include "entry/ldif_line_internal.h"
+#include "entry/names.h"
 
 namespace {
 
@@ -102,41 +102,72 @@ class Decisions {
   size_t taken_ = 0;
 };
 
-// An attribute's name as it goes into a record; a name that
-// gslclecnCheckAttrName refuses sets *refused and gives no text, since the
-// whole record is refused.
-[[nodiscard]] std::string_view recordName(const LDAPAttribute *a, bool *refused) {
-  const int64_t n = gslu::entry::checkedNameLengthOf(a);
+// How a record is written: gslclegalfGetAsLDIFForm's options worked out.
+struct Style {
+  bool rfc;               // change records in their RFC 2849 forms
+  bool strict;            // RFC 2849's base64 rule in full
+  size_t fold;            // kFoldColumn, or kNoFold
+  int names;              // GSLCLE_NAMES_* for attribute names
+  Conversion conversion;  // kNone when strict: the text stays UTF-8
+};
+
+[[nodiscard]] Style styleOf(int options) {
+  const bool strict = (options & GSLCLE_LDIF_STRICT) != 0;
+  return {(options & GSLCLE_LDIF_FORM_RFC2849) != 0, strict,
+          (options & GSLCLE_LDIF_NO_WRAP) != 0 ? gslu::ldif::kNoFold : gslu::ldif::kFoldColumn,
+          strict ? GSLCLE_NAMES_RFC4512 : GSLCLE_NAMES_LDIF,
+          strict ? Conversion::kNone : Conversion::kAsContext};
+}
+
+constexpr Style kLibraryStyle = {false, false, gslu::ldif::kFoldColumn, GSLCLE_NAMES_LDIF,
+                                 Conversion::kAsContext};
+
+// An attribute's name as it goes into a record; a name that the style's
+// rule refuses sets *refused and gives no text, since the whole record is
+// refused.
+[[nodiscard]] std::string_view recordName(const LDAPAttribute *a, int rule, bool *refused) {
+  const int64_t n = gslclenaAttrNameLength(a->name, rule);
   if (n < 0) *refused = true;
   return {a->name, n < 0 ? 0 : static_cast<size_t>(n)};
+}
+
+// Counts in notes a plain line that is not what RFC 2849 allows: a value
+// cut at a NUL, or one that starts with '<'.
+void note(GslcleLdifNotes *notes, const char *value, uint32_t length, Form form) {
+  if (form.base64 || length == 0) return;
+  if (form.shown < length) ++notes->values_cut;
+  if (value[0] == '<') ++notes->values_leading_lt;
 }
 
 // The sizing pass: decides each line's form, checks each attribute name and
 // adds up the sizes of what the record is made of.
 class SizeSink {
  public:
-  explicit SizeSink(Decisions &decisions) : decisions_(decisions) {}
+  SizeSink(Decisions &decisions, const Style &style, GslcleLdifNotes *notes)
+      : decisions_(decisions), style_(style), notes_(notes) {}
   void text(std::string_view s) { size_ += s.size(); }
   [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
-    const std::string_view name = recordName(a, &refused_);
+    const std::string_view name = recordName(a, style_.names, &refused_);
     decisions_.keepLength(name.size());
     return name;
   }
   void line(std::string_view type, const char *value, uint32_t length) {
-    const Form form = gslu::ldif::chooseForm(value, length);
-    decisions_.keepForm(form);
-    size_ += gslu::ldif::lineSize(type.size(), form.base64, form.shown);
+    tail(type.size(), value, length);
+    size_ += type.size();
   }
   void tail(size_t type_size, const char *value, uint32_t length) {
-    const Form form = gslu::ldif::chooseForm(value, length);
+    const Form form = gslu::ldif::chooseForm(value, length, style_.strict);
     decisions_.keepForm(form);
-    size_ += gslu::ldif::lineSize(type_size, form.base64, form.shown) - type_size;
+    note(notes_, value, length, form);
+    size_ += gslu::ldif::lineSize(type_size, form.base64, form.shown, style_.fold) - type_size;
   }
   [[nodiscard]] uint64_t size() const { return size_; }
   [[nodiscard]] bool refused() const { return refused_; }
 
  private:
   Decisions &decisions_;
+  const Style &style_;
+  GslcleLdifNotes *notes_;
   uint64_t size_ = 0;
   bool refused_ = false;
 };
@@ -147,11 +178,12 @@ class SizeSink {
 // before every line and grows, and is cut back to the exact size at the end.
 class WriteSink {
  public:
-  WriteSink(gsluctx *core, uint64_t measured, Decisions &decisions)
+  WriteSink(gsluctx *core, uint64_t measured, Decisions &decisions, const Style &style)
       : core_(core),
         decisions_(decisions),
+        style_(style),
         block_(nullptr, {core}),
-        converts_(gslu::convertsOutput(core)) {
+        converts_(style.conversion == Conversion::kAsContext && gslu::convertsOutput(core)) {
     // Detect and prevent integer overflow: the text and its NUL must fit 32 bits.
     if (measured + 1 > UINT32_MAX) return;
     capacity_ = static_cast<uint32_t>(measured + 1);
@@ -166,23 +198,29 @@ class WriteSink {
     return {a->name, decisions_.length([a] { return std::strlen(a->name); })};
   }
   void line(std::string_view type, const char *value, uint32_t length) {
-    const Form form = decisions_.form([&] { return gslu::ldif::chooseForm(value, length); });
+    const Form form = decide(value, length);
     if (!converts_) {
       // The sizing pass measured this very line: it fits.
-      if (block_)
-        used_ = offsetOf(gslu::ldif::writeLine(end(), type, value, form.shown, form.base64));
+      if (block_) {
+        used_ = offsetOf(
+            gslu::ldif::writeLine(end(), type, value, form.shown, form.base64, style_.fold));
+      }
       return;
     }
-    const ValueLine l(core_, type, value, length, form, Conversion::kAsContext);
+    const ValueLine l(core_, type, value, length, form, Conversion::kAsContext, style_.fold);
     if (!reserve(l.size())) return;
     used_ = offsetOf(l.write(end()));
   }
   // Never converted, so it is the size measured; converted lines before it
   // may have grown the text, hence the reserve.
   void tail(size_t type_size, const char *value, uint32_t length) {
-    const Form form = decisions_.form([&] { return gslu::ldif::chooseForm(value, length); });
-    if (!reserve(gslu::ldif::lineSize(type_size, form.base64, form.shown) - type_size)) return;
-    used_ = offsetOf(gslu::ldif::writeLineTail(end(), type_size, value, form.shown, form.base64));
+    const Form form = decide(value, length);
+    if (!reserve(gslu::ldif::lineSize(type_size, form.base64, form.shown, style_.fold) -
+                 type_size)) {
+      return;
+    }
+    used_ = offsetOf(gslu::ldif::writeLineTail(end(), type_size, value, form.shown, form.base64,
+                                               style_.fold));
   }
   [[nodiscard]] uint32_t length() const { return used_; }
   // The finished text, or null when it could not be had.
@@ -200,6 +238,10 @@ class WriteSink {
   }
 
  private:
+  [[nodiscard]] Form decide(const char *value, uint32_t length) {
+    return decisions_.form(
+        [&] { return gslu::ldif::chooseForm(value, length, style_.strict); });
+  }
   [[nodiscard]] char *end() const { return block_.get() + used_; }
   [[nodiscard]] uint32_t offsetOf(const char *p) const {
     return static_cast<uint32_t>(p - block_.get());
@@ -226,6 +268,7 @@ class WriteSink {
 
   gsluctx *core_;
   Decisions &decisions_;
+  const Style &style_;
   gslu::Owned<char> block_;
   uint32_t capacity_ = 0;
   uint32_t used_ = 0;
@@ -240,25 +283,34 @@ class WriteSink {
 // known only once converted).
 class StackSink {
  public:
-  StackSink(char *buffer, size_t size) : buffer_(buffer), size_(size) {}
+  StackSink(char *buffer, size_t size, const Style &style, GslcleLdifNotes *notes)
+      : buffer_(buffer), size_(size), style_(style), notes_(notes) {}
   void text(std::string_view s) {
     if (!reserve(s.size())) return;
     std::memcpy(buffer_ + used_, s.data(), s.size());
     used_ += s.size();
   }
   // A refused name refuses the record whether or not the record fits.
-  [[nodiscard]] std::string_view name(const LDAPAttribute *a) { return recordName(a, &refused_); }
+  [[nodiscard]] std::string_view name(const LDAPAttribute *a) {
+    return recordName(a, style_.names, &refused_);
+  }
   void line(std::string_view type, const char *value, uint32_t length) {
-    const Form form = gslu::ldif::chooseForm(value, length);
-    if (!reserve(gslu::ldif::lineSize(type.size(), form.base64, form.shown))) return;
-    const char *end = gslu::ldif::writeLine(buffer_ + used_, type, value, form.shown, form.base64);
+    const Form form = gslu::ldif::chooseForm(value, length, style_.strict);
+    note(notes_, value, length, form);
+    if (!reserve(gslu::ldif::lineSize(type.size(), form.base64, form.shown, style_.fold))) return;
+    const char *end = gslu::ldif::writeLine(buffer_ + used_, type, value, form.shown, form.base64,
+                                            style_.fold);
     used_ = static_cast<size_t>(end - buffer_);
   }
   void tail(size_t type_size, const char *value, uint32_t length) {
-    const Form form = gslu::ldif::chooseForm(value, length);
-    if (!reserve(gslu::ldif::lineSize(type_size, form.base64, form.shown) - type_size)) return;
-    const char *end =
-        gslu::ldif::writeLineTail(buffer_ + used_, type_size, value, form.shown, form.base64);
+    const Form form = gslu::ldif::chooseForm(value, length, style_.strict);
+    note(notes_, value, length, form);
+    if (!reserve(gslu::ldif::lineSize(type_size, form.base64, form.shown, style_.fold) -
+                 type_size)) {
+      return;
+    }
+    const char *end = gslu::ldif::writeLineTail(buffer_ + used_, type_size, value, form.shown,
+                                                form.base64, style_.fold);
     used_ = static_cast<size_t>(end - buffer_);
   }
   [[nodiscard]] bool refused() const { return refused_; }
@@ -275,6 +327,8 @@ class StackSink {
 
   char *buffer_;
   size_t size_;
+  const Style &style_;
+  GslcleLdifNotes *notes_;
   size_t used_ = 0;
   bool refused_ = false;
   bool overflowed_ = false;
@@ -315,10 +369,10 @@ void forEachAttribute(const LDAPEntry *entry, Fn fn) {
 
 // Whether every attribute name of entry may be written, for the records
 // whose sizing pass does not walk the attributes.
-[[nodiscard]] bool namesWritable(const LDAPEntry *entry) {
+[[nodiscard]] bool namesWritable(const LDAPEntry *entry, int rule) {
   bool writable = true;
   forEachAttribute(entry, [&](const LDAPAttribute *a) {
-    if (writable && gslu::entry::checkedNameLengthOf(a) < 0) writable = false;
+    if (writable && gslclenaAttrNameLength(a->name, rule) < 0) writable = false;
   });
   return writable;
 }
@@ -477,10 +531,7 @@ void putRfcModRdnBody(Sink &sink, const LDAPEntry *entry) {
 // nothing to say.
 enum class Body { kNone, kContent, kModify, kModRdn, kDelete, kRfcAdd, kRfcModify, kRfcModRdn };
 
-[[nodiscard]] bool isRfcForm(int form) { return form == GSLCLE_LDIF_FORM_RFC2849; }
-
-[[nodiscard]] Body bodyOf(const LDAPEntry *entry, int form) {
-  const bool rfc = isRfcForm(form);
+[[nodiscard]] Body bodyOf(const LDAPEntry *entry, bool rfc) {
   switch (entry->change_type) {
     case GSLCLE_CHANGE_ADD:
       if (entry->explicit_change_type == 0) {
@@ -521,34 +572,45 @@ void putBody(Sink &sink, const LDAPEntry *entry, Body body) {
 struct Rendered {
   char *text;
   size_t length;
-  bool refused;  // a name that gslclecnCheckAttrName refuses
+  bool refused;  // a name that the style's rule refuses
 };
 
 // Writes what put() lays out in one pass when it fits the stack buffer,
 // else sizes it, then writes it, each value decided once. No text
 // when there is nothing (and empty text is not wanted), when a name is
-// refused or when the text cannot be allocated.
+// refused or when the text cannot be allocated. *notes counts what the
+// text holds that RFC 2849 does not allow.
 template <class Put>
-[[nodiscard]] Rendered render(gsluctx *core, bool empty_is_null, Put put) {
-  if (!gslu::convertsOutput(core)) {
+[[nodiscard]] Rendered render(gsluctx *core, const Style &style, bool empty_is_null, Put put,
+                              GslcleLdifNotes *notes) {
+  if (style.conversion == Conversion::kNone || !gslu::convertsOutput(core)) {
     char buffer[kStackRecordBytes];  // not zeroed: only what was written is read
-    StackSink one(buffer, sizeof buffer);
+    GslcleLdifNotes one_notes{};
+    StackSink one(buffer, sizeof buffer, style, &one_notes);
     put(one);
     if (one.refused()) return {nullptr, 0, true};
     if (!one.overflowed()) {
       if (one.written().empty() && empty_is_null) return {nullptr, 0, false};
+      *notes = one_notes;
       return {copyToBlock(core, one.written()), one.written().size(), false};
     }
   }
   Decisions decisions;
-  SizeSink size(decisions);
+  SizeSink size(decisions, style, notes);
   put(size);
   if (size.refused()) return {nullptr, 0, true};
   if (size.size() == 0 && empty_is_null) return {nullptr, 0, false};
-  WriteSink write(core, size.size(), decisions);
+  WriteSink write(core, size.size(), decisions, style);
   put(write);
   const size_t length = write.length();
   return {write.finish(), length, false};
+}
+
+// render() in the library's style, for the string builders.
+template <class Put>
+[[nodiscard]] char *renderText(gsluctx *core, Put put) {
+  GslcleLdifNotes notes{};
+  return render(core, kLibraryStyle, true, put, &notes).text;
 }
 
 [[nodiscard]] gsluctx *coreOf(const gslcClientHandle *ctx) { return gslccx_Getgsluctx(ctx); }
@@ -565,39 +627,46 @@ template <class Put>
 extern "C" {
 
 int gslclecnCheckAttrName(const char *name) {
-  return gslu::ldif::checkedAttributeNameLength(name) < 0 ? GSLCLEGAL_REFUSED : GSLCLEGAL_OK;
+  return gslclenaAttrNameLength(name, GSLCLE_NAMES_LDIF) < 0 ? GSLCLEGAL_REFUSED : GSLCLEGAL_OK;
 }
 
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text) {
-  return gslclegalfGetAsLDIFForm(ctx, entry, GSLCLE_LDIF_FORM_LIBRARY, text, nullptr);
+  return gslclegalfGetAsLDIFForm(ctx, entry, GSLCLE_LDIF_FORM_LIBRARY, text, nullptr, nullptr);
 }
 
-int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int form,
-                            char **text, size_t *length) {
+int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int options,
+                            char **text, size_t *length, GslcleLdifNotes *notes) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr) return GSLCLEGAL_NO_CONTEXT;
   if (entry == nullptr || text == nullptr) return GSLCLEGAL_NULL_ARG;
   *text = nullptr;
   if (length != nullptr) *length = 0;
-  const Body body = bodyOf(entry, form);
+  GslcleLdifNotes counted{};
+  if (notes != nullptr) *notes = counted;
+  const Style style = styleOf(options);
+  const Body body = bodyOf(entry, style.rfc);
   // The RFC forms write the rename fields as values, base64 when needed, so
   // a line break in one is written faithfully rather than refused.
-  if ((!isRfcForm(form) && !renameFieldsWritable(entry)) ||
-      (!walksAttributes(body) && !namesWritable(entry))) {
+  if ((!style.rfc && !renameFieldsWritable(entry)) ||
+      (!walksAttributes(body) && !namesWritable(entry, style.names))) {
     return GSLCLEGAL_REFUSED;
   }
   const std::string_view dn = entry->dn != nullptr ? entry->dn : "";
   if (dn.size() > UINT32_MAX) return GSLCLEGAL_NO_MEMORY;
-  const bool controls = isRfcForm(form) && carriesControls(body);
-  const Rendered r = render(core, false, [&](auto &sink) {
-    sink.line(kDnType, dn.data(), static_cast<uint32_t>(dn.size()));
-    if (controls) putControls(sink, entry);
-    putBody(sink, entry, body);
-  });
+  const bool controls = style.rfc && carriesControls(body);
+  const Rendered r = render(
+      core, style, false,
+      [&](auto &sink) {
+        sink.line(kDnType, dn.data(), static_cast<uint32_t>(dn.size()));
+        if (controls) putControls(sink, entry);
+        putBody(sink, entry, body);
+      },
+      &counted);
   if (r.refused) return GSLCLEGAL_REFUSED;
   if (r.text == nullptr) return GSLCLEGAL_NO_MEMORY;
   *text = r.text;
   if (length != nullptr) *length = r.length;
+  if (notes != nullptr) *notes = counted;
   return GSLCLEGAL_OK;
 }
 
@@ -605,30 +674,32 @@ char *gslcleGetAddStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr || attributeCount(entry) == 0) return nullptr;
   if (!renameFieldsWritable(entry)) return nullptr;
-  return render(core, true, [&](auto &sink) { putContentBody(sink, entry); }).text;
+  return renderText(core, [&](auto &sink) { putContentBody(sink, entry); });
 }
 
 char *gslcleGetModifyStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr || attributeCount(entry) == 0) return nullptr;
   if (!renameFieldsWritable(entry)) return nullptr;
-  return render(core, true, [&](auto &sink) { putModifyBody(sink, entry); }).text;
+  return renderText(core, [&](auto &sink) { putModifyBody(sink, entry); });
 }
 
 char *gslcleGetModRDNStr(const gslcClientHandle *ctx, const LDAPEntry *entry) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || entry == nullptr) return nullptr;
-  if (!renameFieldsWritable(entry) || !namesWritable(entry)) return nullptr;
-  return render(core, true, [&](auto &sink) { putModRdnBody(sink, entry); }).text;
+  if (!renameFieldsWritable(entry) || !namesWritable(entry, GSLCLE_NAMES_LDIF)) return nullptr;
+  return renderText(core, [&](auto &sink) { putModRdnBody(sink, entry); });
 }
 
 char *gslcleGetAttrAsLDIF(const gslcClientHandle *ctx, const LDAPAttribute *attribute,
                           int with_header) {
   gsluctx *core = coreOf(ctx);
   if (core == nullptr || attribute == nullptr) return nullptr;
+  GslcleLdifNotes notes{};
   return render(
-             core, false,
-             [&](auto &sink) { putAttribute(sink, attribute, with_header == GSLCLE_LDIF_HEADER); })
+             core, kLibraryStyle, false,
+             [&](auto &sink) { putAttribute(sink, attribute, with_header == GSLCLE_LDIF_HEADER); },
+             &notes)
       .text;
 }
 

@@ -65,6 +65,7 @@
 #define QUILLOMAT_ENTRY_LDIF_RECORD_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include "core/context.h"
 #include "entry/entry.h"
@@ -84,11 +85,27 @@ enum {
   GSLCLEGAL_NO_CONTEXT = 89 /* no core context */
 };
 
-/* Forms of gslclegalfGetAsLDIFForm. */
+/* Options of gslclegalfGetAsLDIFForm, or-ed together. */
 enum {
-  GSLCLE_LDIF_FORM_LIBRARY = 0, /* the change records of convention 3 */
-  GSLCLE_LDIF_FORM_RFC2849 = 1  /* the change records of convention 5 */
+  GSLCLE_LDIF_FORM_LIBRARY = 0, /* change records in the forms of convention 3 */
+  GSLCLE_LDIF_FORM_RFC2849 = 1, /* change records in the forms of convention 5 */
+  GSLCLE_LDIF_STRICT = 2,       /* LDIF that every RFC 2849 reader reads
+                                   back exactly: base64 also for a value
+                                   that starts with '<', ends with a space
+                                   or holds a NUL (written whole), nothing
+                                   converted to the output character set,
+                                   and attribute names held to
+                                   GSLCLE_NAMES_RFC4512 */
+  GSLCLE_LDIF_NO_WRAP = 4       /* no line is folded */
 };
+
+/* What a record holds that RFC 2849 does not allow, when written without
+ * GSLCLE_LDIF_STRICT: readers take such a value for something else. */
+typedef struct GslcleLdifNotes {
+  uint32_t values_cut;        /* plain values written up to their first NUL
+                                 byte only */
+  uint32_t values_leading_lt; /* plain values starting with '<' */
+} GslcleLdifNotes;
 
 /* Values of gslcleGetAttrAsLDIF's with_header. */
 enum {
@@ -97,21 +114,10 @@ enum {
 };
 
 /* Whether name may name an attribute of a record: GSLCLEGAL_OK, or
- * GSLCLEGAL_REFUSED for a name that would change what an LDIF reader makes
- * of the record: one that gsldlVTypeCheck refuses (control characters, a
- * leading space or '#'), and "dn", "changetype" and "control" in any
- * letter case, also followed by spaces, which would start another record
- * or turn a content record into a change record. A null name is refused. */
+ * GSLCLEGAL_REFUSED for a name that GSLCLE_NAMES_LDIF refuses
+ * (entry/names.h): one that would change what an LDIF reader makes of the
+ * record. A null name is refused. */
 int gslclecnCheckAttrName(const char *name);
-
-/* gslclecnCheckAttrName, then, for a name it accepts,
- * gslcleclaCreateLDAPAttribute, with the name looked at once for both (the
- * reader creates every attribute this way). GSLCLEGAL_REFUSED, *attribute
- * cleared and nothing allocated, for a refused name (a null one included);
- * otherwise gslcleclaCreateLDAPAttribute's status, which is never
- * GSLCLEGAL_REFUSED. */
-int gslcleccaCreateCheckedAttribute(const gslcClientHandle *ctx, const char *name, int value_kind,
-                                    LDAPAttribute **attribute);
 
 /* Renders entry as one LDIF record into *text (cleared first). Unlike the
  * string builders below, a record that cannot be allocated whole is
@@ -121,13 +127,15 @@ int gslcleccaCreateCheckedAttribute(const gslcClientHandle *ctx, const char *nam
  * break, is refused whole (2) and nothing is written. */
 int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char **text);
 
-/* gslclegalGetAsLDIF in the given form (GSLCLE_LDIF_FORM_*; any other value
- * is GSLCLE_LDIF_FORM_LIBRARY), and *length (when length is not null) the
- * text's length, so that nobody measures it again. *text and *length are
- * cleared first. The form's rules for rename fields apply: the RFC 2849
- * form refuses none. */
-int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int form,
-                            char **text, size_t *length);
+/* gslclegalGetAsLDIF with options (GSLCLE_LDIF_*, or-ed), *length (when
+ * length is not null) the text's length, so that nobody measures it again,
+ * and *notes (when notes is not null) what the record holds that RFC 2849
+ * does not allow. The out-parameters are cleared first. The form's rules
+ * for rename fields apply: the RFC 2849 form refuses none. With
+ * GSLCLE_LDIF_STRICT a record holding a name that GSLCLE_NAMES_RFC4512
+ * refuses is refused (2). */
+int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int options,
+                            char **text, size_t *length, GslcleLdifNotes *notes);
 
 /* The string builders below return null, like a failed allocation, for a
  * name or rename field that gslclegalGetAsLDIF refuses. */

@@ -18,6 +18,7 @@
 #include "entry/entry.h"
 #include "entry/ldif_line.h"
 #include "entry/ldif_record.h"
+#include "entry/names.h"
 #include "util/hash.h"
 #include "util/list.h"
 #include "util/stack.h"
