@@ -169,31 +169,34 @@ def reference_records(data):
 # ---- python-ldap ----------------------------------------------------------------
 
 
-class Tap(ldif.LDIFParser):
-    """python-ldap's parser, keeping every (type, value) it reads, with None
-    between records, and what it hands to handle_modify."""
-
-    def __init__(self, f):
-        super().__init__(f)
-        self.pairs = []
-        self.modifies = []
+class KeepsPairs:
+    """Keeps every (type, value) python-ldap's parser reads, with None between
+    records."""
 
     def _next_key_and_value(self):
         k, v = super()._next_key_and_value()
         self.pairs.append((k, v))
         return k, v
 
+
+class ChangeReader(KeepsPairs, ldif.LDIFParser):
+    """python-ldap's change-record parser, keeping what it hands to
+    handle_modify."""
+
+    def __init__(self, f):
+        super().__init__(f)
+        self.pairs = []
+        self.modifies = []
+
     def handle_modify(self, dn, modops, controls=None):
         self.modifies.append((dn, modops, controls))
 
 
-class ContentTap(Tap):
+class ContentReader(KeepsPairs, ldif.LDIFRecordList):
     def __init__(self, f):
         super().__init__(f)
-        self.entries = []
-
-    def handle(self, dn, entry):
-        self.entries.append((dn, entry))
+        self.pairs = []
+        self.modifies = []
 
 
 def records_of(pairs):
@@ -232,22 +235,22 @@ def python_ldap_control(raw):
 
 def check_python_ldap(data, want, problems):
     content = all(r.kind == 'content' for r in want)
-    tap = ContentTap(io.BytesIO(data)) if content else Tap(io.BytesIO(data))
+    reader = ContentReader(io.BytesIO(data)) if content else ChangeReader(io.BytesIO(data))
     try:
-        tap.parse_entry_records() if content else tap.parse_change_records()
+        reader.parse() if content else reader.parse_change_records()
     except Exception as e:  # any refusal is the finding
         problems.append('python-ldap refused the file: %s: %s' % (type(e).__name__, e))
         return
-    got = records_of(tap.pairs)
-    if len(got) != len(want) or tap.records_read != len(want):
+    got = records_of(reader.pairs)
+    if len(got) != len(want) or reader.records_read != len(want):
         problems.append('python-ldap read %d records (%d by its count), the expected file has %d' %
-                        (len(got), tap.records_read, len(want)))
+                        (len(got), reader.records_read, len(want)))
         return
     if content:
         expected = [(r.dn.decode(), grouped(r.attrs)) for r in want]
-        if tap.entries != expected:
-            problems.append('python-ldap entries %r, expected %r' % (tap.entries, expected))
-    modifies = iter(tap.modifies)
+        if reader.all_records != expected:
+            problems.append('python-ldap entries %r, expected %r' % (reader.all_records, expected))
+    modifies = iter(reader.modifies)
     for n, (r, pairs) in enumerate(zip(want, got), 1):
         where = 'python-ldap, record %d' % n
         if pairs[0] != ('dn', r.dn):
