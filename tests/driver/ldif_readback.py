@@ -83,14 +83,14 @@ def parse_control(rest):
     m = CONTROL.match(rest)
     if not m:
         raise Malformed('control line %r' % rest)
-    oid, critical, spec = m.group(1).decode(), m.group(2) == b'true', m.group(3)
-    if spec is None:
+    oid, critical, tail = m.group(1).decode(), m.group(2) == b'true', m.group(3)
+    if tail is None:
         return oid, critical, None
-    if spec.startswith(b'::'):
-        return oid, critical, base64.b64decode(spec[2:].lstrip(b' '), validate=True)
-    if spec.startswith(b':<'):
+    if tail.startswith(b'::'):
+        return oid, critical, base64.b64decode(tail[2:].lstrip(b' '), validate=True)
+    if tail.startswith(b':<'):
         raise Malformed('a control value given by URL')
-    return oid, critical, spec[1:].lstrip(b' ')
+    return oid, critical, tail[1:].lstrip(b' ')
 
 
 MOD_OPERATIONS = ('add', 'delete', 'replace', 'increment')
