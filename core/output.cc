@@ -30,7 +30,7 @@ namespace {
 
 constexpr std::size_t kStackBufferSize = 32768;
 constexpr uint32_t kFirstHeapBlockSize = 65536;
-constexpr std::size_t kPieceSize = 32763;  // text bytes per piece
+constexpr std::size_t kPieceSize = GSLUF_PIECE_BYTES;  // text bytes per piece
 constexpr std::size_t kPieceBufferSize = 32768;
 constexpr std::size_t kStdoutBufferSize = 64 * 1024;
 constexpr int kStdoutFd = 1;

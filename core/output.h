@@ -55,6 +55,11 @@ enum {
   GSLUF_NO_CONTEXT = 10
 };
 
+/* The most text bytes gslufpFprintf writes to standard output or standard
+ * error in one piece: longer text is cut into pieces of at most this many
+ * bytes, each followed by a newline. */
+enum { GSLUF_PIECE_BYTES = 32763 };
+
 /* Stream codes of gslufpFprintf. Any other value is the address of an open
  * file record (gslufFile) cast to uint64_t. */
 enum {

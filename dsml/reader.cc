@@ -562,6 +562,13 @@ int32_t gslxdvsnSetNameRule(GslxdvParserCtx *handle, int32_t rule) {
   return GSLXDV_OK;
 }
 
+int32_t gslxdvspSetProgress(GslxdvParserCtx *handle, void (*fn)(void *, uint64_t, uint64_t),
+                            void *arg) {
+  if (handle == nullptr) return GSLXDV_NULL_ARG;
+  xmlSetProgress(handle->xml, fn, arg);
+  return GSLXDV_OK;
+}
+
 int32_t gslxdvgvGetVersion(const GslxdvParserCtx *handle) {
   return handle != nullptr ? handle->version : GSLXDV_VERSION_NONE;
 }

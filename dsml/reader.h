@@ -232,6 +232,12 @@ int32_t gslxdvpParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,
  * element's place. 9 for a null handle, else 0. */
 int32_t gslxdvsnSetNameRule(GslxdvParserCtx *handle, int32_t rule);
 
+/* Calls fn(arg, read, size) after each chunk of every later document read
+ * with handle (see xmlSetProgress in dsml/xml.h; null fn: none). 9 for a
+ * null handle, else 0. */
+int32_t gslxdvspSetProgress(GslxdvParserCtx *handle, void (*fn)(void *, uint64_t, uint64_t),
+                            void *arg);
+
 /* GSLXDV_VERSION_1 or _2 once the document being read (or last read) showed
  * its version, GSLXDV_VERSION_NONE before, for a document that is neither,
  * and for a null handle. */

@@ -8,6 +8,7 @@
 
 #include <expat.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -164,6 +165,9 @@ struct xmlctx {
   void *user;
   void *config[kConfigCount];  // kept for the instance's life; expat needs none
   uint32_t flags = 0;          // of the latest parse; see XMLIF_OPTION_BIT_*
+
+  xmlProgressFn progress = nullptr;  // see xmlSetProgress
+  void *progress_arg = nullptr;
 
   GrowBuffer<char> text;  // character data not yet delivered
   size_t text_length = 0;
@@ -511,11 +515,19 @@ size_t chunkSize() {
   return std::min<size_t>(g_chunkSize.load(std::memory_order_relaxed), INT_MAX);
 }
 
+// The size of the file open as fd when it is a regular file, else 0.
+uint64_t regularFileSize(int fd) {
+  struct stat st {};
+  return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) ? static_cast<uint64_t>(st.st_size) : 0;
+}
+
 // Reads the file chunk by chunk straight into expat's buffer. The document
 // starts once its first read succeeded, so a source that cannot be read at
 // all (a directory) reports no event.
 [[nodiscard]] int feedDocument(xmlctx *x, int fd) {
   const size_t chunk = chunkSize();
+  const uint64_t size = x->progress != nullptr ? regularFileSize(fd) : 0;
+  uint64_t read = 0;
   for (bool started = false;; started = true) {
     void *buffer = XML_GetBuffer(x->expat, static_cast<int>(chunk));
     if (buffer == nullptr) return parseFailure(x);
@@ -525,6 +537,10 @@ size_t chunkSize() {
       return XMLIF_SOURCE_UNREADABLE;
     }
     if (!started && !reportStartDocument(x)) return x->failure;
+    if (x->progress != nullptr) {
+      read += static_cast<uint64_t>(n);
+      x->progress(x->progress_arg, read, size);
+    }
     const bool last = n == 0;
     if (XML_ParseBuffer(x->expat, static_cast<int>(n), last) != XML_STATUS_OK || x->stopped) {
       return parseFailure(x);
@@ -619,6 +635,12 @@ void xmlPosition(const xmlctx *xml, uint32_t *line, uint32_t *column) {
 const char *xmlParserVersion(void) { return XML_ExpatVersion(); }
 
 const char *xmlErrorText(const xmlctx *xml) { return xml != nullptr ? xml->error_text : ""; }
+
+void xmlSetProgress(xmlctx *xml, xmlProgressFn fn, void *arg) {
+  if (xml == nullptr) return;
+  xml->progress = fn;
+  xml->progress_arg = arg;
+}
 
 void xmlSetHandlers(xmlctx *xml, const xmlsaxcb *handlers, void *user) {
   if (xml == nullptr) return;

@@ -140,6 +140,15 @@ int xmlparse(xmlctx *xml, const char *source, const char *encoding, uint32_t fla
  * not be called from a handler of the same instance. */
 void xmlterm(xmlctx *xml);
 
+/* Called after each chunk of a document is read: read is the bytes read
+ * so far, size the document's size when it is a regular file, else 0. It
+ * may write, but must not call into this parser instance. */
+typedef void (*xmlProgressFn)(void *arg, uint64_t read, uint64_t size);
+
+/* Installs fn (null: none) with its argument, for the documents parsed
+ * from now on. Null xml: nothing. */
+void xmlSetProgress(xmlctx *xml, xmlProgressFn fn, void *arg);
+
 /* Replaces the handler table (a copy of *handlers; null: no handler at all)
  * and the user context given to the handlers, from the next event on. A
  * handler may call it, to hand the rest of the document to other handlers.
