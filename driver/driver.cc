@@ -1,24 +1,29 @@
 // driver/driver.cc - the quillomat command's work: reads the options, then
 // converts each DSML document (v1 or v2) named on the command line, in
-// order, to LDIF on standard output, one record per entry or operation as
-// soon as its closing tag has been read, and says where and why a document
-// failed, and what a document read whole left out.
+// order, to LDIF on standard output (or into a file that only a successful
+// run writes), one record per entry or operation as soon as its closing
+// tag has been read; says where and why a document failed, what a document
+// read whole left out, and what of the LDIF written RFC 2849 does not allow.
 // Contracts in driver/driver.h.
 #include "driver/driver.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <initializer_list>
 #include <string_view>
 
+#include "core/convert.h"
 #include "core/format.h"
 #include "core/memory.h"
-#include "core/messages.h"
 #include "core/output.h"
+#include "driver/messages.h"
+#include "driver/options.h"
+#include "driver/output_file.h"
+#include "driver/progress.h"
 #include "dsml/reader.h"
 #include "dsml/xml.h"
 #include "entry/ldif_record.h"
+#include "entry/names.h"
 #include "util/strings.h"
 
 #ifndef QUILLOMAT_VERSION
@@ -30,123 +35,46 @@ namespace {
 
 constexpr char kNoContext[] = "\nError initializing CORE context.\n";
 constexpr char kUsage[] = "usage: quillomat file1 file2 ...\n\n";
+constexpr char kUsageLine[] = "usage: quillomat [options] file1 file2 ...\n";
 constexpr char kRecordFormat[] = "%s\n";  // the newline ends the record with an empty line
 constexpr char kRecordEnd[] = "\n";
 constexpr char kLineFormat[] = "%s\n";
 
-// Arguments with a meaning of their own.
-constexpr std::string_view kStdinArgument = "-";
-constexpr std::string_view kEndOfOptions = "--";
-constexpr std::string_view kHelp = "--help";
-constexpr std::string_view kVersion = "--version";
-constexpr std::string_view kWholeRecords = "--whole-records";
-constexpr std::string_view kWholeRecordsShort = "-w";
-
 // Standard input is read through its path, in the same chunks as a file;
 // messages call it by the name compilers use.
+constexpr std::string_view kStdinArgument = "-";
 constexpr char kStdinPath[] = "/dev/stdin";
 constexpr char kStdinName[] = "<stdin>";
 
-// Catalogue messages of the command (see mesg/ldap.msg).
-enum Message : uint32_t {
-  kMsgNotConverted = GSLUSGM_DOCUMENT_NOT_CONVERTED,
-  kMsgOutputLost = GSLUSGM_STDOUT_INCOMPLETE,
-  kMsgFailedLine = 2103,
-  kMsgCannotOpen = 2104,
-  kMsgUnsupportedSource = 2105,
-  kMsgBadUri = 2106,
-  kMsgNotWellFormed = 2107,
-  kMsgEntityRefused = 2108,
-  kMsgNoDn = 2109,
-  kMsgNoName = 2110,
-  kMsgRefusedName = 2111,
-  kMsgBadBase64 = 2112,
-  kMsgNoMemory = 2113,
-  kMsgEntryNotWritten = 2114,
-  kMsgUnmatchedClose = 2115,
-  kMsgNotDsml = 2116,
-  kMsgUnknownOption = 2117,
-  kMsgStdinTwice = 2118,
-  kMsgNoDocument = 2119,
-  kMsgHelp = 2120,
-  kMsgTooDeep = 2121,
-  kMsgNotRead = 2122,
-  kMsgNoNewRdn = 2123,
-  kMsgBadBoolean = 2124,
-  kMsgBadControlType = 2125,
-  kMsgUriValue = 2126,
-  kMsgBadOperation = 2127,
-  kMsgSkipped = 2128,
-  kMsgFailedSearches = 2129,
-  kMsgErrorResponses = 2130,
-  kMsgDroppedControls = 2131,
-  kMsgUntypedErrorResponses = 2132,
-};
+// The output's own language: what --strict writes, whatever the locale.
+constexpr char kUtf8Language[] = "C";
 
-// What a message says when the catalogue does not have it: the run must
-// never end on an empty line that explains nothing. The causes fall back to
-// their arguments alone.
-struct BuiltInMessage {
-  uint32_t number;
-  const char *text;
-};
-constexpr BuiltInMessage kBuiltInMessages[] = {
-    {kMsgNotConverted,
-     "quillomat: a DSML document could not be converted to LDIF; the entries before the failure "
-     "were written in full."},
-    {kMsgOutputLost,
-     "quillomat: standard output could not be written; the LDIF written there is incomplete."},
-    {kMsgFailedLine,
-     "quillomat: %s; the document could not be converted to LDIF (the entries before it were "
-     "written in full)"},
-    {kMsgNotDsml, "quillomat: %s:%s:%s: warning: the root element is %s, not dsml"},
-    {kMsgSkipped, "quillomat: %s: warning: skipped: %s"},
-    {kMsgFailedSearches, "quillomat: %s: warning: %s searchResultDone with result codes %s"},
-    {kMsgErrorResponses, "quillomat: %s: warning: %s errorResponse (%s)"},
-    {kMsgDroppedControls, "quillomat: %s: warning: the controls of %s searchResultEntry dropped"},
-    {kMsgUntypedErrorResponses, "quillomat: %s: warning: %s errorResponse"},
-    {kMsgUnknownOption, "quillomat: unknown option %s"},
-    {kMsgStdinTwice, "quillomat: standard input (-) can be named only once"},
-    {kMsgNoDocument, "quillomat: no document named"},
-    {kMsgHelp, "usage: quillomat [options] file1 file2 ..."},
-};
-constexpr char kBuiltInPlaced[] = "%s:%s:%s: %s";  // file, line, column, detail
-constexpr char kBuiltInPlaceless[] = "%s: %s";     // file, detail
+}  // namespace
 
-// One run of the command: what the entry callback is handed (as its
-// argument) and what it tells back.
+// One run of the command: the options, and what the entry callback (which
+// is handed the run as its argument) needs and tells back.
 struct Run {
+  const Options *options = nullptr;
   GslxdvParserCtx *reader = nullptr;  // which DSML version an entry is from
-  bool whole_records = false;         // --whole-records
+  Progress *progress = nullptr;
+  int v1_writing = GSLCLE_LDIF_FORM_LIBRARY;  // gslclegalfGetAsLDIFForm's options
+  int v2_writing = GSLCLE_LDIF_FORM_RFC2849 | GSLCLE_LDIF_SAFE_VALUES;
+  bool whole_records = false;  // every record whole (the v2 ones always are)
+  // What the LDIF written holds that RFC 2849 does not allow.
+  uint64_t records_cut = 0;
+  uint64_t values_cut = 0;
+  uint64_t values_leading_lt = 0;
   // Set by the entry callback when printing a record failed because
   // standard output could not be written: the run then reports lost output
   // rather than a document that could not be converted.
   bool output_lost = false;
 };
 
+namespace {
+
 [[nodiscard]] gsluctx *publishedContext() {
   if (gsluctx *ctx = sgsluugGetContext()) return ctx;
   return gsluizgcGetContext();
-}
-
-[[nodiscard]] const char *builtInText(uint32_t number) {
-  for (const BuiltInMessage &m : kBuiltInMessages) {
-    if (m.number == number) return m.text;
-  }
-  return nullptr;
-}
-
-// The catalogue's text of message `number`, else the built-in one, else
-// `fallback` (which may be null). Valid until the next look-up.
-[[nodiscard]] const char *messageText(uint32_t number, const char *fallback = "") {
-  const char *text = nullptr;
-  int severity = 0;
-  if (gslusgmGetMessage(nullptr, number, &text, &severity) == GSLUSGM_OK && text != nullptr &&
-      text[0] != '\0') {
-    return text;
-  }
-  const char *built_in = builtInText(number);
-  return built_in != nullptr ? built_in : fallback;
 }
 
 // Prints message `number` and a newline on standard error.
@@ -199,7 +127,8 @@ void escapeInto(char (&out)[4 * GSLXDV_DETAIL_SIZE], const char *text) {
   return p;
 }
 
-// The message that words a cause, and whether it names a place.
+// The one table from a failure's cause to the message that words it, and
+// whether that message names a place.
 struct CauseMessage {
   int32_t cause;
   uint32_t message;
@@ -239,49 +168,36 @@ constexpr CauseMessage kCauseMessages[] = {
   return {d.cause, kMsgNotRead, true};
 }
 
-// Expands format with the place's texts into out; false when it does not
-// fit or the format does not match them.
-[[nodiscard]] bool expand(char *out, std::size_t size, const char *format, const Place &p,
-                          bool placed) {
-  const gsluArg placed_args[] = {gslu::typedArg(p.file), gslu::typedArg(p.line),
-                                 gslu::typedArg(p.column), gslu::typedArg(p.detail)};
-  const gsluArg placeless_args[] = {gslu::typedArg(p.file), gslu::typedArg(p.detail)};
-  const gsluArg *args = placed ? placed_args : placeless_args;
-  const uint32_t count = placed ? 4 : 2;
-  return gslu::formatTyped(out, size, format, args, count).status == gslu::FormatStatus::kOk;
-}
-
 // Prints the one line that says which document failed, where and why, and
 // sends it to the error-level trace as well.
 void printFailure(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
   const Place p = placeOf(file, d);
   const CauseMessage c = causeMessage(d);
   char cause[2048];
-  const char *format = messageText(c.message, nullptr);
-  if ((format == nullptr || !expand(cause, sizeof cause, format, p, c.placed)) &&
-      !expand(cause, sizeof cause, c.placed ? kBuiltInPlaced : kBuiltInPlaceless, p, c.placed)) {
-    std::snprintf(cause, sizeof cause, "%s", file);
+  const bool expanded =
+      c.placed ? formatMessage(cause, sizeof cause, c.message, {p.file, p.line, p.column, p.detail})
+               : formatMessage(cause, sizeof cause, c.message, {p.file, p.detail});
+  if (!expanded) {
+    // Neither text takes these arguments: the place and the detail alone.
+    char built_in[sizeof cause];
+    const int n =
+        c.placed ? std::snprintf(built_in, sizeof built_in, "%s:%s:%s: %s", p.file, p.line,
+                                 p.column, p.detail)
+                 : std::snprintf(built_in, sizeof built_in, "%s: %s", p.file, p.detail);
+    std::snprintf(cause, sizeof cause, "%s", n > 0 ? built_in : file);
   }
   char line[4096];
-  const gsluArg arg = gslu::typedArg(static_cast<const char *>(cause));
-  if (gslu::formatTyped(line, sizeof line, messageText(kMsgFailedLine), &arg, 1).status !=
-      gslu::FormatStatus::kOk) {
-    (void)gslu::formatTyped(line, sizeof line, builtInText(kMsgFailedLine), &arg, 1);
-  }
+  (void)formatMessage(line, sizeof line, kMsgFailedLine, {cause});
   (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
   (void)gslu::trace(ctx, GSLUTC_LEVEL_ERROR, "%s\n", static_cast<const char *>(line));
 }
 
-void printWarning(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
+void printNotDsml(gsluctx *ctx, const char *file, const GslxdvDiagnostic &d) {
   const Place p = placeOf(file, d);
-  char line[4096];
-  if (!expand(line, sizeof line, messageText(kMsgNotDsml), p, true)) {
-    (void)expand(line, sizeof line, builtInText(kMsgNotDsml), p, true);
-  }
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
+  printLine(ctx, kMsgNotDsml, {p.file, p.line, p.column, p.detail});
 }
 
-// ---- What a DSML v2 document left out ---------------------------------------------
+// ---- What a document, or the run, left out ---------------------------------------
 
 // A list built for a warning line, cut (with ", ...") when it would not fit.
 class ListText {
@@ -292,13 +208,20 @@ class ListText {
     append(used_ != 0 ? ", " : "");
     append(escaped);
   }
-  void addCount(uint32_t count, const char *name) {
+  void addCount(uint64_t count, const char *name) {
     char item[128];
-    std::snprintf(item, sizeof item, "%u %s", count, name);
+    std::snprintf(item, sizeof item, "%llu %s", static_cast<unsigned long long>(count), name);
     add(item);
+  }
+  void addMessage(uint32_t number, uint64_t count) {
+    if (count == 0) return;
+    char n[24], item[256];
+    std::snprintf(n, sizeof n, "%llu", static_cast<unsigned long long>(count));
+    if (formatMessage(item, sizeof item, number, {n})) add(item);
   }
   void addMore() { append(used_ != 0 ? ", ..." : "..."); }
   [[nodiscard]] const char *text() const { return text_; }
+  [[nodiscard]] bool empty() const { return used_ == 0; }
 
  private:
   void append(const char *s) {
@@ -316,24 +239,6 @@ class ListText {
   return out;
 }
 
-// Prints message `number` with the texts as its arguments, as one line on
-// standard error; the built-in text when the catalogue's does not take
-// them.
-void printLine(gsluctx *ctx, uint32_t number, std::initializer_list<const char *> texts) {
-  gsluArg args[4];
-  uint32_t count = 0;
-  for (const char *t : texts) args[count++] = gslu::typedArg(t);
-  char line[4096];
-  const char *built_in = builtInText(number);
-  if (gslu::formatTyped(line, sizeof line, messageText(number), args, count).status !=
-          gslu::FormatStatus::kOk &&
-      (built_in == nullptr || gslu::formatTyped(line, sizeof line, built_in, args, count).status !=
-                                  gslu::FormatStatus::kOk)) {
-    return;
-  }
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
-}
-
 // One line per kind of thing the document's LDIF leaves out, in a fixed
 // order, each only when there was something of that kind.
 void printV2Warnings(gsluctx *ctx, const char *file, const GslxdvWarnings &w) {
@@ -341,7 +246,7 @@ void printV2Warnings(gsluctx *ctx, const char *file, const GslxdvWarnings &w) {
   for (int32_t kind = 0; kind < GSLXDV_SKIPPED_KINDS; ++kind) {
     if (w.skipped[kind] != 0) skipped.addCount(w.skipped[kind], gslxdvskSkippedKindName(kind));
   }
-  if (skipped.text()[0] != '\0') printLine(ctx, kMsgSkipped, {file, skipped.text()});
+  if (!skipped.empty()) printLine(ctx, kMsgSkipped, {file, skipped.text()});
   char count[16];
   if (w.failed_searches != 0) {
     std::snprintf(count, sizeof count, "%u", w.failed_searches);
@@ -365,135 +270,137 @@ void printV2Warnings(gsluctx *ctx, const char *file, const GslxdvWarnings &w) {
 void printDocumentWarnings(gsluctx *ctx, GslxdvParserCtx *reader, const char *file) {
   GslxdvDiagnostic d{};
   (void)gslxdv1gdGetDiagnostic(reader, &d);
-  if (d.cause == GSLXDV_CAUSE_NOT_DSML) printWarning(ctx, file, d);
+  if (d.cause == GSLXDV_CAUSE_NOT_DSML) printNotDsml(ctx, file, d);
   if (gslxdvgvGetVersion(reader) != GSLXDV_VERSION_2) return;
   GslxdvWarnings w{};
   (void)gslxdvgwGetWarnings(reader, &w);
   printV2Warnings(ctx, file, w);
 }
 
+// At the end of the run, one line when the LDIF written holds what RFC 2849
+// does not allow: such output is what earlier versions wrote and stays the
+// default, but its readers would not load it as it was meant.
+void printRunWarning(gsluctx *ctx, const Run &run) {
+  ListText what;
+  what.addMessage(kMsgRecordsCut, run.records_cut);
+  what.addMessage(kMsgValuesCut, run.values_cut);
+  what.addMessage(kMsgValuesLeadingLt, run.values_leading_lt);
+  if (!what.empty()) printLine(ctx, kMsgNotRfc2849, {what.text()});
+}
+
+// ---- The command line ------------------------------------------------------------
+
+// A usage error: its message, then the usage line and where to read more.
+[[nodiscard]] int usageError(gsluctx *ctx, const UsageError &e) {
+  char option[3] = {'-', e.letter, '\0'};
+  const char *argument = e.letter != 0 ? option : e.argument;
+  printLine(ctx, e.message, {argument});
+  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kUsageLine, GSLUF_ARG_END);
+  printLine(ctx, kMsgTryHelp, {});
+  return kExitFailure;
+}
+
+void printHelp(gsluctx *ctx) {
+  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDOUT, kLineFormat, GSLUF_ARG_STRING,
+                      messageText(kMsgHelp), GSLUF_ARG_END);
+}
+
+void printVersion(gsluctx *ctx) {
+  char line[256];
+  std::snprintf(line, sizeof line, "quillomat %s (%s, %s)", QUILLOMAT_VERSION, xmlParserVersion(),
+                gslusvUnicodeVersion());
+  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDOUT, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
+}
+
 // ---- The way out -----------------------------------------------------------------
 
 // Every way out passes here: output that never reached standard output
 // (a full disk, a closed pipe) turns any status into a failure, so a
-// pipeline never takes a cut LDIF stream for a complete one.
-[[nodiscard]] int finish(gsluctx *ctx, int status) {
+// pipeline never takes a cut LDIF stream for a complete one. A named output
+// file takes the place of the one it replaces only now, and only when the
+// run wrote everything it meant to; otherwise it is left as it was.
+[[nodiscard]] int finish(gsluctx *ctx, const Options &options, OutputFile *file, int status,
+                         bool output_wanted) {
   if (gslufcsCloseStdout(ctx) != GSLUF_OK) {
     printMessage(ctx, kMsgOutputLost);
+    output_wanted = false;
+    status = kExitFailure;
+  }
+  if (!file->isOpen()) return status;
+  if (!output_wanted) {
+    file->discard();
+    printLine(ctx, kMsgOutputKept, {options.output});
+    return status;
+  }
+  if (const int why = file->commit(); why != 0) {
+    printLine(ctx, kMsgCannotWriteOutput, {options.output, std::strerror(why)});
+    printLine(ctx, kMsgOutputKept, {options.output});
     return kExitFailure;
   }
   return status;
 }
 
-// A document failed: either standard output was lost while its entries were
-// written, or the document itself could not be converted.
-[[nodiscard]] int documentFailed(gsluctx *ctx, const Run &run, const char *file,
-                                 const GslxdvDiagnostic &d) {
-  if (run.output_lost) {
-    (void)gslufcsCloseStdout(ctx);
-    printMessage(ctx, kMsgOutputLost);
-    return kExitFailure;
+// How the entries are written, from the options.
+void chooseWriting(const Options &options, Run *run) {
+  const int wrap = options.no_wrap ? GSLCLE_LDIF_NO_WRAP : 0;
+  const int strict = options.strict ? GSLCLE_LDIF_STRICT : 0;
+  run->v1_writing = GSLCLE_LDIF_FORM_LIBRARY | wrap | strict;
+  run->v2_writing = GSLCLE_LDIF_FORM_RFC2849 | GSLCLE_LDIF_SAFE_VALUES | wrap | strict;
+  run->whole_records = options.whole_records || options.strict;
+}
+
+// Converts one document; false when it failed (after saying why).
+[[nodiscard]] bool convertDocument(gsluctx *ctx, Run *run, const char *argument) {
+  const bool is_stdin = std::string_view(argument) == kStdinArgument;
+  const char *source = is_stdin ? kStdinPath : argument;
+  const char *name = is_stdin ? kStdinName : argument;
+  run->progress->startDocument(name);
+  const int status =
+      gslxdvpParse(source, GSLXDV_SOURCE_URI, run->reader, s0gslPrintLDAPEntry, run);
+  run->progress->endDocument();
+  GslxdvDiagnostic d{};
+  (void)gslxdv1gdGetDiagnostic(run->reader, &d);
+  if (status == GSLXDV_OK) {
+    printDocumentWarnings(ctx, run->reader, name);
+    return true;
   }
+  if (run->output_lost) return false;  // said once, at the way out
   if (d.cause == GSLXDV_CAUSE_NONE || d.cause == GSLXDV_CAUSE_NOT_DSML) {
     printMessage(ctx, kMsgNotConverted);
   } else {
-    printFailure(ctx, file, d);
+    printFailure(ctx, name, d);
   }
-  return finish(ctx, kExitFailure);
+  return false;
 }
 
-// ---- The command line ------------------------------------------------------------
-
-// What the arguments ask for, once they are all known to be valid.
-enum class Request { kConvert, kHelp, kVersion };
-
-[[nodiscard]] bool isOption(std::string_view arg) { return arg.size() > 1 && arg[0] == '-'; }
-
-// A usage error: its message, then the usage line.
-[[nodiscard]] int usageError(gsluctx *ctx, uint32_t message, const char *argument) {
-  const char *text = messageText(message);
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, text, GSLUF_ARG_STRING, argument, GSLUF_ARG_END);
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kRecordEnd, GSLUF_ARG_END);
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kUsage, GSLUF_ARG_END);
-  return finish(ctx, kExitFailure);
-}
-
-// Reads every argument before any document is read, so that a usage error
-// converts nothing. Returns -1 to go on with *request, or the exit status.
-[[nodiscard]] int readArguments(gsluctx *ctx, int argc, char **argv, Request *request, Run *run) {
-  *request = Request::kConvert;
-  bool options_ended = false;
-  bool stdin_named = false;
-  int documents = 0;
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view arg = argv[i];
-    if (!options_ended && arg == kEndOfOptions) {
-      options_ended = true;
-    } else if (arg == kStdinArgument) {
-      if (stdin_named) return usageError(ctx, kMsgStdinTwice, argv[i]);
-      stdin_named = true;
-      ++documents;
-    } else if (options_ended || !isOption(arg)) {
-      ++documents;
-    } else if (arg == kHelp) {
-      *request = Request::kHelp;
-    } else if (arg == kVersion) {
-      if (*request != Request::kHelp) *request = Request::kVersion;
-    } else if (arg == kWholeRecords || arg == kWholeRecordsShort) {
-      run->whole_records = true;
-    } else {
-      return usageError(ctx, kMsgUnknownOption, argv[i]);
-    }
-  }
-  if (*request == Request::kConvert && documents == 0) return usageError(ctx, kMsgNoDocument, "");
-  return -1;
-}
-
-[[nodiscard]] int printHelp(gsluctx *ctx) {
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDOUT, kLineFormat, GSLUF_ARG_STRING,
-                      messageText(kMsgHelp), GSLUF_ARG_END);
-  return finish(ctx, kExitSuccess);
-}
-
-[[nodiscard]] int printVersion(gsluctx *ctx) {
-  char line[256];
-  std::snprintf(line, sizeof line, "quillomat %s (%s, %s)", QUILLOMAT_VERSION, xmlParserVersion(),
-                gslusvUnicodeVersion());
-  (void)gslufpFprintf(ctx, GSLUF_STREAM_STDOUT, kLineFormat, GSLUF_ARG_STRING, line, GSLUF_ARG_END);
-  return finish(ctx, kExitSuccess);
-}
-
-// The documents, in order, skipping the options.
-[[nodiscard]] int convertDocuments(gsluctx *ctx, int argc, char **argv, Run *run) {
+// The documents, in order.
+[[nodiscard]] int convertDocuments(gsluctx *ctx, const Options &options, OutputFile *file) {
   GslxdvParserCtx *handle = nullptr;
   const int created =
       gslxdv1cpCreateParserCtx(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &handle);
-  if (created != GSLXDV_OK) return finish(ctx, created);
-  run->reader = handle;
-  bool options_ended = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view arg = argv[i];
-    if (!options_ended && arg == kEndOfOptions) {
-      options_ended = true;
-      continue;
-    }
-    const bool is_stdin = arg == kStdinArgument;
-    if (!is_stdin && !options_ended && isOption(arg)) continue;
-    const char *source = is_stdin ? kStdinPath : argv[i];
-    const char *name = is_stdin ? kStdinName : argv[i];
-    const int status = gslxdvpParse(source, GSLXDV_SOURCE_URI, handle, s0gslPrintLDAPEntry, run);
-    if (status != GSLXDV_OK) {
-      GslxdvDiagnostic d{};
-      (void)gslxdv1gdGetDiagnostic(handle, &d);
-      // The run stops at the first document that fails; the parser context
-      // is released all the same so that nothing is left behind.
-      (void)gslxdv1cCleanup(&handle);
-      return documentFailed(ctx, *run, name, d);
-    }
-    printDocumentWarnings(ctx, handle, name);
+  if (created != GSLXDV_OK) return finish(ctx, options, file, created, false);
+  Progress progress(ctx, options.progress);
+  Run run;
+  run.options = &options;
+  run.reader = handle;
+  run.progress = &progress;
+  chooseWriting(options, &run);
+  if (options.strict) (void)gslxdvsnSetNameRule(handle, GSLCLE_NAMES_RFC4512);
+  if (options.progress) (void)gslxdvspSetProgress(handle, Progress::hook, &progress);
+  bool failed = false;
+  for (uint32_t i = 0; i < options.document_count; ++i) {
+    if (convertDocument(ctx, &run, options.documents[i])) continue;
+    failed = true;
+    // Lost output stops the run whatever the options: nothing more can be
+    // written.
+    if (run.output_lost || !options.keep_going) break;
   }
   (void)gslxdv1cCleanup(&handle);
-  return finish(ctx, kExitSuccess);
+  if (!run.output_lost) printRunWarning(ctx, run);
+  // With --continue the documents that converted are the output the run
+  // meant to write, though some failed.
+  const bool output_wanted = !run.output_lost && (!failed || options.keep_going);
+  return finish(ctx, options, file, failed ? kExitFailure : kExitSuccess, output_wanted);
 }
 
 }  // namespace
@@ -510,24 +417,37 @@ gsluctx *startContext() {
 }
 
 int convertAll(gsluctx *ctx, int argc, char **argv) {
-  Run run;
+  OutputFile file;
+  const Options none;
   // Only a count of exactly 1 is a usage error; with none at all there is
   // simply nothing to convert.
   if (argc == 1) {
     (void)gslufpFprintf(ctx, GSLUF_STREAM_STDERR, kUsage, GSLUF_ARG_END);
-    return finish(ctx, kExitFailure);
+    return finish(ctx, none, &file, kExitFailure, false);
   }
-  if (argc == 0) return finish(ctx, kExitSuccess);
-  Request request = Request::kConvert;
-  if (const int status = readArguments(ctx, argc, argv, &request, &run); status >= 0) {
-    return status;
-  }
-  switch (request) {
-    case Request::kHelp: return printHelp(ctx);
-    case Request::kVersion: return printVersion(ctx);
+  if (argc == 0) return finish(ctx, none, &file, kExitSuccess, false);
+  // Every argument is read before any document is, so that a usage error
+  // converts nothing.
+  Options options;
+  UsageError error;
+  readOptions(argc, argv, &options, &error);
+  if (error.message != 0) return finish(ctx, none, &file, usageError(ctx, error), false);
+  switch (options.request) {
+    case Request::kHelp: printHelp(ctx); return finish(ctx, none, &file, kExitSuccess, false);
+    case Request::kVersion:
+      printVersion(ctx);
+      return finish(ctx, none, &file, kExitSuccess, false);
     case Request::kConvert: break;
   }
-  return convertDocuments(ctx, argc, argv, &run);
+  if (options.output != nullptr) {
+    if (const int why = file.open(options.output); why != 0) {
+      printLine(ctx, kMsgCannotWriteOutput, {options.output, std::strerror(why)});
+      return finish(ctx, none, &file, kExitFailure, false);
+    }
+  }
+  // LDIF that every reader loads is UTF-8, whatever the locale.
+  if (options.strict) (void)gsluucbSetOutputLanguage(ctx, kUtf8Language);
+  return convertDocuments(ctx, options, &file);
 }
 
 }  // namespace quillomat
@@ -538,11 +458,13 @@ extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void *arg) {
   // A DSML v2 record is read by ldapmodify and its kind: its change records
   // take the RFC 2849 forms, and it is never cut into pieces.
   const bool v2 = run != nullptr && gslxdvgvGetVersion(run->reader) == GSLXDV_VERSION_2;
+  const int writing = run == nullptr ? GSLCLE_LDIF_FORM_LIBRARY
+                      : v2           ? run->v2_writing
+                                     : run->v1_writing;
   char *text = nullptr;
   size_t length = 0;
-  const int status = gslclegalfGetAsLDIFForm(
-      nullptr, entry, v2 ? GSLCLE_LDIF_FORM_RFC2849 : GSLCLE_LDIF_FORM_LIBRARY, &text, &length,
-      nullptr);
+  GslcleLdifNotes notes{};
+  const int status = gslclegalfGetAsLDIFForm(nullptr, entry, writing, &text, &length, &notes);
   if (status != GSLCLEGAL_OK) return status;
   int printed = GSLUF_OK;
   if (v2 || (run != nullptr && run->whole_records)) {
@@ -553,10 +475,17 @@ extern "C" int32_t s0gslPrintLDAPEntry(LDAPEntry *entry, void *arg) {
   } else {
     printed = gslufpFprintf(ctx, GSLUF_STREAM_STDOUT, quillomat::kRecordFormat, GSLUF_ARG_STRING,
                             text, GSLUF_ARG_END);
+    // The record and its newline, in pieces once longer than one.
+    if (run != nullptr && length + 1 > GSLUF_PIECE_BYTES) ++run->records_cut;
   }
   (void)gslumfFree(ctx, text);
-  // Any failure on the way to standard output stops the run: going on
-  // would leave a hole in the LDIF that nobody notices.
-  if (printed == GSLUF_WRITE_FAILED && run != nullptr) run->output_lost = true;
+  if (run != nullptr) {
+    run->values_cut += notes.values_cut;
+    run->values_leading_lt += notes.values_leading_lt;
+    run->progress->countRecord();
+    // Any failure on the way to standard output stops the run: going on
+    // would leave a hole in the LDIF that nobody notices.
+    if (printed == GSLUF_WRITE_FAILED) run->output_lost = true;
+  }
   return printed;
 }

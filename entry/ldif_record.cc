@@ -108,15 +108,16 @@ struct Style {
   bool strict;            // RFC 2849's base64 rule in full
   size_t fold;            // kFoldColumn, or kNoFold
   int names;              // GSLCLE_NAMES_* for attribute names
-  Conversion conversion;  // kNone when strict: the text stays UTF-8
+  Conversion conversion;  // kNone: the text stays UTF-8
 };
 
+[[nodiscard]] constexpr bool has(int options, int option) { return (options & option) != 0; }
+
 [[nodiscard]] Style styleOf(int options) {
-  const bool strict = (options & GSLCLE_LDIF_STRICT) != 0;
-  return {(options & GSLCLE_LDIF_FORM_RFC2849) != 0, strict,
-          (options & GSLCLE_LDIF_NO_WRAP) != 0 ? gslu::ldif::kNoFold : gslu::ldif::kFoldColumn,
-          strict ? GSLCLE_NAMES_RFC4512 : GSLCLE_NAMES_LDIF,
-          strict ? Conversion::kNone : Conversion::kAsContext};
+  return {has(options, GSLCLE_LDIF_FORM_RFC2849), has(options, GSLCLE_LDIF_SAFE_VALUES),
+          has(options, GSLCLE_LDIF_NO_WRAP) ? gslu::ldif::kNoFold : gslu::ldif::kFoldColumn,
+          has(options, GSLCLE_LDIF_RFC4512_NAMES) ? GSLCLE_NAMES_RFC4512 : GSLCLE_NAMES_LDIF,
+          has(options, GSLCLE_LDIF_NO_CONVERSION) ? Conversion::kNone : Conversion::kAsContext};
 }
 
 constexpr Style kLibraryStyle = {false, false, gslu::ldif::kFoldColumn, GSLCLE_NAMES_LDIF,

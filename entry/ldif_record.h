@@ -87,20 +87,24 @@ enum {
 
 /* Options of gslclegalfGetAsLDIFForm, or-ed together. */
 enum {
-  GSLCLE_LDIF_FORM_LIBRARY = 0, /* change records in the forms of convention 3 */
-  GSLCLE_LDIF_FORM_RFC2849 = 1, /* change records in the forms of convention 5 */
-  GSLCLE_LDIF_STRICT = 2,       /* LDIF that every RFC 2849 reader reads
-                                   back exactly: base64 also for a value
-                                   that starts with '<', ends with a space
-                                   or holds a NUL (written whole), nothing
-                                   converted to the output character set,
-                                   and attribute names held to
-                                   GSLCLE_NAMES_RFC4512 */
-  GSLCLE_LDIF_NO_WRAP = 4       /* no line is folded */
+  GSLCLE_LDIF_FORM_LIBRARY = 0,  /* change records in the forms of convention 3 */
+  GSLCLE_LDIF_FORM_RFC2849 = 1,  /* change records in the forms of convention 5 */
+  GSLCLE_LDIF_SAFE_VALUES = 2,   /* base64 also for a value that RFC 2849
+                                    does not allow plain, written whole: one
+                                    that starts with '<', ends with a space
+                                    or holds a NUL */
+  GSLCLE_LDIF_NO_WRAP = 4,       /* no line is folded */
+  GSLCLE_LDIF_RFC4512_NAMES = 8, /* attribute names held to
+                                    GSLCLE_NAMES_RFC4512 */
+  GSLCLE_LDIF_NO_CONVERSION = 16, /* nothing converted to the output
+                                     character set: the text stays UTF-8 */
+  /* LDIF that every RFC 2849 reader reads back exactly as it was meant. */
+  GSLCLE_LDIF_STRICT =
+      GSLCLE_LDIF_SAFE_VALUES | GSLCLE_LDIF_RFC4512_NAMES | GSLCLE_LDIF_NO_CONVERSION
 };
 
 /* What a record holds that RFC 2849 does not allow, when written without
- * GSLCLE_LDIF_STRICT: readers take such a value for something else. */
+ * GSLCLE_LDIF_SAFE_VALUES: readers take such a value for something else. */
 typedef struct GslcleLdifNotes {
   uint32_t values_cut;        /* plain values written up to their first NUL
                                  byte only */
@@ -132,8 +136,8 @@ int gslclegalGetAsLDIF(const gslcClientHandle *ctx, const LDAPEntry *entry, char
  * and *notes (when notes is not null) what the record holds that RFC 2849
  * does not allow. The out-parameters are cleared first. The form's rules
  * for rename fields apply: the RFC 2849 form refuses none. With
- * GSLCLE_LDIF_STRICT a record holding a name that GSLCLE_NAMES_RFC4512
- * refuses is refused (2). */
+ * GSLCLE_LDIF_RFC4512_NAMES a record holding a name that
+ * GSLCLE_NAMES_RFC4512 refuses is refused (2). */
 int gslclegalfGetAsLDIFForm(const gslcClientHandle *ctx, const LDAPEntry *entry, int options,
                             char **text, size_t *length, GslcleLdifNotes *notes);
 

@@ -24,6 +24,9 @@ using qtest::RunResult;
 using qtest::StdoutKind;
 
 const std::string kUsage = "usage: quillomat file1 file2 ...\n\n";
+// After a usage error: the usage line and where to read more.
+const std::string kUsageError =
+    "usage: quillomat [options] file1 file2 ...\nTry 'quillomat --help' for more information.\n";
 const std::string kOutputLost =
     "quillomat: standard output could not be written; the LDIF written there is incomplete.\n";
 
@@ -94,7 +97,7 @@ RunCase unread(const char *name, const std::string &source, const std::string &w
 // A usage error: nothing converted, the message, then the usage line.
 RunCase usage(const char *name, std::vector<std::string> args, const std::string &message) {
   return runCase(name, {{"a.dsml", document(entry("a"))}}, args, "",
-                 "quillomat: " + message + "\n" + kUsage, 1);
+                 "quillomat: " + message + "\n" + kUsageError, 1);
 }
 
 const std::string kExamples = std::string(QUILLOMAT_SOURCE_DIR) + "/examples/";
@@ -149,7 +152,7 @@ INSTANTIATE_TEST_SUITE_P(
         usage("UnknownShortOption", {"a.dsml", "-x"}, "unknown option -x"),
         usage("UnknownLongOption", {"a.dsml", "--whole"}, "unknown option --whole"),
         usage("OptionsKeepTheirCase", {"--HELP", "a.dsml"}, "unknown option --HELP"),
-        usage("ShortOptionsDoNotCombine", {"a.dsml", "-wx"}, "unknown option -wx"),
+        usage("AnUnknownLetterInABundleIsNamed", {"a.dsml", "-wx"}, "unknown option -x"),
         usage("OptionsWithoutADocument", {"-w"}, "no document named"),
         usage("DoubleDashWithoutADocument", {"--"}, "no document named"),
         usage("StandardInputNamedTwice", {"-", "a.dsml", "-"},
@@ -331,7 +334,7 @@ TEST_F(CliTest, AnAddressSpaceLimitNeverCostsAnEntrySilently) {
     if (r.status == 0) {
       ++successes;
       EXPECT_EQ(r.out, full.out);
-      EXPECT_EQ(r.err, "");
+      EXPECT_EQ(r.err, full.err);  // the warning about the records cut into pieces
       continue;
     }
     ++failures;
