@@ -4,7 +4,11 @@
     slapd_suite.py CHECK QUILLOMAT SOURCE_DIR
 
 CHECK is one of
-  examples  every examples/*.dsml, through ldapadd into a private slapd;
+  examples  the shipped examples: people.dsml and search-response.dsml
+            each through ldapadd into a private slapd; then the changes
+            of changes.dsml through ldapmodify onto the directory of
+            people.dsml, which must then hold what search-response.dsml
+            says a search of it answers;
   ldapadd   a generated export of more than 500 entries, the same way;
   slapadd   the same export through slapadd into a fresh database, read
             back with slapcat.
@@ -50,9 +54,6 @@ EXIT_SKIPPED = 77
 # The options the suite converts with: output that any LDIF reader loads
 # as it stands.
 STRICT = ["--strict"]
-# Until the program has --strict: whole records, and an export without the
-# values only --strict writes faithfully (see choose_options).
-FALLBACK = ["--whole-records"]
 
 SLAPD = "/usr/sbin/slapd"
 SLAPADD = "/usr/sbin/slapadd"
@@ -79,15 +80,14 @@ ANCESTOR_CLASSES = {
     "o": [b"top", b"organization"],
 }
 
-# Known fault of a shipped example, expected to fail until the example is
-# fixed: slapd refuses one record, in these words. Remove an entry once its
-# example loads; the check then demands that every record loads.
-#  - people.dsml gives uid=jmuller an empty roomNumber, and roomNumber is a
-#    Directory String, which needs at least one character.
-EXPECTED_EXAMPLE_REJECTS = {
-    ("people.dsml", "uid=jmuller,ou=People,dc=example,dc=com"):
-        "Invalid syntax (21), additional info: roomNumber: value #0 invalid per syntax",
-}
+# The shipped examples: documents of entries, loaded as they are, and the
+# story they tell together: the changes applied to the directory of the
+# export give what the search response says a search of it answers.
+CONTENT_EXAMPLES = ("people.dsml", "search-response.dsml")
+STORY_EXPORT = "people.dsml"
+STORY_CHANGES = "changes.dsml"
+STORY_SEARCH = "search-response.dsml"
+STORY_BASE = "ou=People,dc=example,dc=com"
 
 # At most this many differences are listed; the count of all is given.
 PROBLEMS_SHOWN = 25
@@ -188,8 +188,9 @@ def local_name(tag):
 
 
 def read_dsml(path):
-    """The entries of a DSML v1 document, read without quillomat: values
-    exactly as the document holds them, base64 decoded."""
+    """The entries of a DSML v1 document, or the search result entries of a
+    DSML v2 response, read without quillomat: values exactly as the
+    document holds them, base64 decoded."""
     entries = []
     in_entries = False
     for event, element in ElementTree.iterparse(path, events=("start", "end")):
@@ -197,6 +198,9 @@ def read_dsml(path):
         if name == "directory-entries":
             in_entries = event == "start"
         elif event == "end" and name == "entry" and in_entries:
+            entries.append(dsml_entry(element))
+            element.clear()
+        elif event == "end" and name == "searchresultentry":
             entries.append(dsml_entry(element))
             element.clear()
     return entries
@@ -219,7 +223,9 @@ def dsml_entry(element):
 
 def dsml_value(element):
     text = element.text or ""
-    if element.get("encoding") == "base64":
+    kind = next((value for name, value in element.attrib.items()
+                 if local_name(name) == "type"), "")
+    if element.get("encoding") == "base64" or kind.rsplit(":", 1)[-1] == "base64Binary":
         return base64.b64decode("".join(text.split()), validate=True)
     return text.encode("utf-8")
 
@@ -479,6 +485,19 @@ class Server:
                 what, result.returncode, excerpt(result.stderr)))
         return refused
 
+    def modify(self, path, what):
+        """ldapmodify every change of path, stopping at the first refused."""
+        result = run(["ldapmodify", *self.bind_arguments(), "-f", path], what, check=False)
+        if result.returncode != 0:
+            raise Failure("%s: ldapmodify failed (status %d):\n%s" % (
+                what, result.returncode, excerpt(result.stderr)))
+
+    def search(self, base, attributes):
+        """The entries one level below base, with the attributes asked for."""
+        found = run(["ldapsearch", "-LLL", "-o", "ldif-wrap=no", *self.bind_arguments(),
+                     "-b", base, "-s", "one", "(objectClass=*)", *attributes], "ldapsearch")
+        return read_ldif(found.stdout)
+
     def read_all(self):
         entries = []
         for suffix in self.suffixes:
@@ -523,24 +542,6 @@ def demand_no_rejects(refused, what):
 # --------------------------------------------------------------------------
 # quillomat
 
-def choose_options(quillomat):
-    """STRICT, or FALLBACK when this quillomat refuses --strict as unknown.
-    Returns (options, whether the strict-only values can be exported)."""
-    probe = run([quillomat, *STRICT, "-"], "quillomat %s" % " ".join(STRICT),
-                stdin=b"<dsml/>", env=quillomat_environment(), check=False)
-    if probe.returncode == 0:
-        log("mode: strict: quillomat %s" % " ".join(STRICT))
-        return STRICT, True
-    if probe.returncode == 1 and b"unknown option" in probe.stderr:
-        log("mode: FALLBACK: this quillomat has no %s; converting with %s, and the export "
-            "leaves out the values only %s writes faithfully (%s)"
-            % (" ".join(STRICT), " ".join(FALLBACK), " ".join(STRICT),
-               ", ".join(export_generator.STRICT_ONLY_KINDS)))
-        return FALLBACK, False
-    raise Failure("quillomat %s refused an empty document (status %d):\n%s" % (
-        " ".join(STRICT), probe.returncode, probe.stderr.decode("utf-8", "replace")))
-
-
 def quillomat_environment():
     # The C locale: UTF-8 output, whatever the machine's locale.
     env = {k: v for k, v in os.environ.items() if k not in ("LANG", "LC_CTYPE")}
@@ -563,7 +564,7 @@ class Run:
         self.quillomat = quillomat
         self.source_dir = source_dir
         self.workdir = workdir
-        self.options, self.strict_values = choose_options(quillomat)
+        self.options = STRICT
 
     def directory(self, name):
         path = os.path.join(self.workdir, name)
@@ -574,8 +575,7 @@ class Run:
         """Write the generated export; return its path."""
         certificates = export_generator.make_certificates(
             export_generator.DEFAULT_SEED, self.directory("certificates"))
-        data, counts = export_generator.generate(export_generator.DEFAULT_SEED, certificates,
-                                                 self.strict_values)
+        data, counts = export_generator.generate(export_generator.DEFAULT_SEED, certificates)
         path = os.path.join(self.workdir, "export.dsml")
         with open(path, "wb") as out:
             out.write(data)
@@ -607,40 +607,47 @@ class Load:
         return Server(self.workdir, write_config(self.workdir, self.suffixes), self.suffixes)
 
 
+def example(ctx, name):
+    path = os.path.join(ctx.source_dir, "examples", name)
+    if not os.path.exists(path):
+        raise Failure("no example " + path)
+    return path
+
+
 def check_examples(ctx):
-    examples = sorted(glob.glob(os.path.join(ctx.source_dir, "examples", "*.dsml")))
-    if not examples:
-        raise Failure("no examples/*.dsml under " + ctx.source_dir)
-    for path in examples:
-        name = os.path.basename(path)
+    shipped = {os.path.basename(path)
+               for path in glob.glob(os.path.join(ctx.source_dir, "examples", "*.dsml"))}
+    unchecked = shipped - set(CONTENT_EXAMPLES) - {STORY_CHANGES}
+    if unchecked:
+        raise Failure("examples this suite does not check: " + ", ".join(sorted(unchecked)))
+    for name in CONTENT_EXAMPLES:
         log("example %s" % name)
-        load = ctx.prepare(path, name)
+        load = ctx.prepare(example(ctx, name), name)
         with load.server() as server:
             demand_no_rejects(server.add(load.above_ldif, "the entries above " + name),
                               "their ancestors")
-            refused = server.add(load.ldif, "ldapadd " + name)
-            demand_known_rejects(name, refused)
+            demand_no_rejects(server.add(load.ldif, "ldapadd " + name), name)
             loaded = without(server.read_all(), load.above_dns)
-        demand_equal(without(load.expected, refused), loaded, "slapd (ldapadd, ldapsearch)")
+        demand_equal(load.expected, loaded, "slapd (ldapadd, ldapsearch)")
+    check_story(ctx)
 
 
-def demand_known_rejects(name, refused):
-    known = {dn: reason for (example, dn), reason in EXPECTED_EXAMPLE_REJECTS.items()
-             if example == name}
-    problems = []
-    for dn, reason in sorted(refused.items()):
-        if known.get(dn) == reason:
-            log('  EXPECTED FAILURE (known fault of the example): "%s": %s' % (dn, reason))
-        else:
-            problems.append('  "%s" refused: %s%s' % (
-                dn, reason, ' (known refusal: "%s")' % known[dn] if dn in known else ""))
-    for dn, reason in sorted(known.items()):
-        if dn not in refused:
-            problems.append('  "%s" now loads (expected "%s"): remove it from '
-                            'EXPECTED_EXAMPLE_REJECTS' % (dn, reason))
-    if problems:
-        raise Failure("%s: slapd's refusals differ from the known ones:\n%s"
-                      % (name, "\n".join(problems)))
+def check_story(ctx):
+    """The changes, applied by ldapmodify to the directory of the export,
+    leave it as the search response describes it."""
+    log("examples %s, then %s, give %s" % (STORY_EXPORT, STORY_CHANGES, STORY_SEARCH))
+    load = ctx.prepare(example(ctx, STORY_EXPORT), "story")
+    changes = os.path.join(load.workdir, "changes.ldif")
+    convert(ctx.quillomat, ctx.options, example(ctx, STORY_CHANGES), changes)
+    answer = read_dsml(example(ctx, STORY_SEARCH))
+    asked = sorted({shown for entry in answer for shown, _ in entry.attributes.values()})
+    with load.server() as server:
+        demand_no_rejects(server.add(load.above_ldif, "the entries above " + STORY_EXPORT),
+                          "their ancestors")
+        demand_no_rejects(server.add(load.ldif, "ldapadd " + STORY_EXPORT), STORY_EXPORT)
+        server.modify(changes, "ldapmodify " + STORY_CHANGES)
+        found = server.search(STORY_BASE, asked)
+    demand_equal(answer, found, "slapd after %s (ldapmodify, ldapsearch)" % STORY_CHANGES)
 
 
 def check_ldapadd(ctx):
