@@ -43,6 +43,8 @@ struct RunOptions {
   rlim_t address_space = 0;  // RLIMIT_AS in bytes; 0: no limit
   std::string cwd;           // "": the test's own
   std::string stdin_text;    // fed through a pipe the parent writes while the child runs
+  std::string stdout_path;   // with kFile: this file (opened for writing) instead of a
+                             // temporary one, not read back
 };
 
 // The one line that says which document failed, where and why.
@@ -113,8 +115,9 @@ inline RunResult runQuillomat(const std::vector<std::string> &args, const RunOpt
     }
     if (!o.cwd.empty() && chdir(o.cwd.c_str()) != 0) _exit(124);
     int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const std::string &file = o.stdout_path.empty() ? out_path : o.stdout_path;
     int out = o.stdout_kind == StdoutKind::kFile
-                  ? open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
+                  ? open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
               : o.stdout_kind == StdoutKind::kShared ? err
                                                      : out_pipe[1];
     if (err < 0 || out < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0 || dup2(in_pipe[0], 0) < 0) {
@@ -149,7 +152,7 @@ inline RunResult runQuillomat(const std::vector<std::string> &args, const RunOpt
   int status = 0;
   waitpid(pid, &status, 0);
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  if (o.stdout_kind == StdoutKind::kFile) r.out = readFile(out_path);
+  if (o.stdout_kind == StdoutKind::kFile && o.stdout_path.empty()) r.out = readFile(out_path);
   r.err = readFile(err_path);
   return r;
 }
