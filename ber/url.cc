@@ -151,9 +151,8 @@ using OwnedRecord = std::unique_ptr<LDAPURLDesc, RecordFree>;
   if (char *close = std::strchr(host_port, kBracketClose); close != nullptr) {
     // Deliberate: a host holding "]" must also hold a "[" (anywhere) and go
     // on with ":" and a port; "[::1]/" is refused rather than read as an
-    // address without a port, and the brackets stay in the host text. This
-    // is how the library has always answered, and its callers rely on a
-    // URL that was refused staying refused.
+    // address without a port, and the brackets stay in the host text.
+    // Callers rely on a URL that is refused staying refused.
     if (std::strchr(host_port, kBracketOpen) == nullptr) return GSLCUR_BAD_BRACKETS;
     if (close[1] != kPortColon) return GSLCUR_BAD_BRACKETS;
     close[1] = '\0';
@@ -212,8 +211,8 @@ using OwnedRecord = std::unique_ptr<LDAPURLDesc, RecordFree>;
   // Deliberate: an empty scope is passed over by dropping the one "?" that
   // follows it, and the text after that is then read as the scope. So
   // "dn?attrs??(cn=a)" fails with 3 (its filter taken for a scope keyword)
-  // and "dn?attrs??sub" has scope sub and no filter. Kept as the library
-  // has always read these URLs; "dn?attrs???(cn=a)" gives the filter.
+  // and "dn?attrs??sub" has scope sub and no filter, as the documentation
+  // says these URLs read; "dn?attrs???(cn=a)" gives the filter.
   if (scope[0] == kQuerySeparator) ++scope;
   if (char *third = std::strchr(scope, kQuerySeparator); third != nullptr) {
     *third = '\0';
@@ -335,7 +334,7 @@ int gslcuru_Unhex(const gslcClientHandle * /*ctx*/, char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   // Deliberate: no error for a character that is no hex digit; it gives a
-  // meaningless value, and the escape a meaningless byte, as the library's
-  // callers have always seen.
+  // meaningless value, and the escape a meaningless byte, which callers
+  // check for themselves rather than have the URL refused.
   return c - kLowerHexBias;
 }

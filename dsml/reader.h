@@ -71,8 +71,9 @@ extern "C" {
 enum {
   GSLXDV_OK = 0,
   GSLXDV_XML_INIT_FAILED = 1,   /* the XML parser could not be created */
-  GSLXDV_FAILED = 2,            /* a step failed: entry model, stack, or the
-                                   XML parse itself */
+  GSLXDV_FAILED = 2,            /* a step failed: entry model, the
+                                   element-state stack's bounds, or the XML
+                                   parse itself */
   GSLXDV_MISSING_ATTRIBUTE = 3, /* entry without dn, attr without name */
   GSLXDV_UNKNOWN_KIND = 4,      /* gslxdv1pParse: unknown source kind */
   GSLXDV_NO_MEMORY = 5,         /* an allocation failed */
@@ -212,7 +213,8 @@ int32_t gslxdv1cpCreateParserCtx(void *c1, void *c2, void *c3, void *c4, void *c
  * source or handle. 0 when the whole document was read; 2 when it was not
  * (not readable, not well formed, or a handler or the callback failed: the
  * handler's own status is not passed on), after releasing the pending
- * entry, attribute, stack, text and skipped name. 2 also, with nothing
+ * entry, attribute, text and skipped name and emptying the element-state
+ * stack (an array in the machine: nothing to free). 2 also, with nothing
  * done, when called from an entry callback of the same context. A null
  * callback reads the document and discards every entry. */
 int32_t gslxdv1pParse(const char *source, uint32_t kind, GslxdvParserCtx *handle,

@@ -137,9 +137,9 @@ char *writeGroup(char *out, const char (&digits)[b64::kDigitsPerGroup], size_t *
 // written in a loop that does not look at the column; only a group that a
 // fold cuts is written apart.
 // Deliberate: the padding "=" digits are written like any other digit.
-// When a fold falls inside the last group this gives exactly the layout
-// lines have always had, where an "=" that would have overwritten the
-// continuation space went to the last character before the fold instead.
+// When a fold falls inside the last group this gives the documented layout,
+// where an "=" that would overwrite the continuation space goes to the last
+// character before the fold instead; readers of these lines expect it.
 char *writeBase64(char *out, size_t column, const unsigned char *in, uint64_t n, size_t fold) {
   const unsigned char *const end = in + n;
   size_t room = roomAt(column, fold);
@@ -254,9 +254,11 @@ char *gsldlDLdifTypeAndValue(const char *type, const char *value, uint32_t lengt
   if (gsldlVTypeCheck(type) != GSLDL_TYPE_OK || (value == nullptr && length != 0)) return nullptr;
   gsluctx *core = gslu::resolveContext(nullptr);
   const ValueLine line(core, type, value, length, Conversion::kAsContext);
-  // The block the line has always been given: type length + 4/3 of the
-  // value, plus room for the separators and folds. Detect and prevent
-  // integer overflow: the sum is taken in 64 bits and must fit 32.
+  // The block is as large as the documented formula says (type length +
+  // 4/3 of the value, plus room for the separators and folds), since
+  // callers of gsldlCPutTypeAndValue size their own buffers by it. Detect
+  // and prevent integer overflow: the sum is taken in 64 bits and must fit
+  // 32.
   const uint64_t n = std::strlen(type) + static_cast<uint64_t>(length) * 4 / 3;
   uint64_t size = n + 7 + 2 * ((n + 6) / kFoldColumn) + 1;
   // A converted value may be longer than the original; the line must fit.

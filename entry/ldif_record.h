@@ -5,9 +5,13 @@
  *
  * Conventions (those of entry/entry.h, plus):
  *   1. The whole record is built in memory as one NUL-terminated text of
- *      exactly its size: the record is sized first (each value's form
- *      decided once), then written once into that block. The caller owns
- *      the text and frees it with gslumfFree().
+ *      exactly its size. A record that fits 16 KiB, nearly every one, is
+ *      written in one walk into a buffer on the stack, each value's form
+ *      decided as it is written, and copied into a block of its size; a
+ *      larger one, and every record of a context that converts output, is
+ *      sized first (each value's form decided once), then written once
+ *      into its block. The caller owns the text and frees it with
+ *      gslumfFree().
  *   2. Value lines are those of entry/ldif_line.h (base64 and folding as
  *      needed); the new RDN and new superior of a modrdn record are written
  *      as they stand, neither encoded nor folded.
