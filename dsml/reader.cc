@@ -76,39 +76,24 @@ using gslxdv::hasFailure;
 using gslxdv::setDetail;
 
 // Records why the document fails, where the parser stands (for text, the
-// tag that follows it, the end of its value).
-void recordFailure(GslxdvStateMachine *m, int32_t cause, const char *detail) {
+// tag that follows it, the end of its value), and returns the status that
+// stops it: the cause is told where the failure happens.
+[[nodiscard]] int fail(GslxdvStateMachine *m, int status, int32_t cause,
+                       const char *detail = nullptr) {
   gslxdv::recordFailure(&m->diagnostic, m->xml, cause, detail);
-}
-
-// The cause a handler's status stands for, unless the handler recorded one.
-// A failure changes no state, so the state tells which element it was.
-[[nodiscard]] int noted(GslxdvStateMachine *m, int status, const xmlattrs *attributes) {
-  if (status == GSLXDV_OK || hasFailure(m->diagnostic)) return status;
-  switch (status) {
-    case GSLXDV_MISSING_ATTRIBUTE:
-      if (m->state == GSLXDV_STATE_ENTRIES) {
-        recordFailure(m, GSLXDV_CAUSE_NO_DN, kEntryElement);
-      } else {
-        recordFailure(m, GSLXDV_CAUSE_NO_NAME, kAttrElement);
-      }
-      break;
-    case GSLXDV_REFUSED_NAME:
-      recordFailure(m, GSLXDV_CAUSE_REFUSED_NAME, gslxGetAttrValue(attributes, kNameAttribute));
-      break;
-    case GSLXDV_NO_MEMORY: recordFailure(m, GSLXDV_CAUSE_NO_MEMORY, nullptr); break;
-    case GSLXDV_BAD_BASE64: recordFailure(m, GSLXDV_CAUSE_BAD_BASE64, nullptr); break;
-    default: recordFailure(m, GSLXDV_CAUSE_OTHER, nullptr); break;
-  }
   return status;
 }
 
-// The first element of a document: anything but dsml gives no entry at all,
-// which deserves a word (a DSML v2 batchRequest, say).
+// An entry-model step that failed: the reader's status for it is 2.
+[[nodiscard]] int failModel(GslxdvStateMachine *m, int model_status) {
+  return fail(m, GSLXDV_FAILED, gslxdv::causeOfModelStatus(model_status));
+}
+
+// The first element of a document (the machine still at the document's
+// start, nothing open): anything but dsml gives no entry at all, which
+// deserves a word.
 void noteRoot(GslxdvStateMachine *m, const char *name) {
-  if (m->root_seen != 0) return;
-  m->root_seen = 1;
-  if (m->state != GSLXDV_STATE_DOCUMENT ||
+  if (m->state != GSLXDV_STATE_DOCUMENT || m->depth != 0 ||
       findTransition(m->core_context, m->state, name) != nullptr) {
     return;
   }
@@ -140,24 +125,23 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
 
 [[nodiscard]] int createEntry(GslxdvStateMachine *m, const xmlattrs *attributes) {
   const char *dn = gslxGetAttrValue(attributes, kDnAttribute);
-  if (dn == nullptr) return GSLXDV_MISSING_ATTRIBUTE;
-  return gslcleceCreateLDAPEntry(nullptr, dn, &m->entry) == GSLCLE_OK ? GSLXDV_OK : GSLXDV_FAILED;
+  if (dn == nullptr) return fail(m, GSLXDV_MISSING_ATTRIBUTE, GSLXDV_CAUSE_NO_DN, kEntryElement);
+  const int st = gslcleceCreateLDAPEntry(nullptr, dn, &m->entry);
+  return st == GSLCLE_OK ? GSLXDV_OK : failModel(m, st);
 }
 
 [[nodiscard]] int createAttribute(GslxdvStateMachine *m, const char *name) {
-  return gslcleclaCreateLDAPAttribute(nullptr, name, GSLCLE_VALUES_BINARY, &m->attribute) ==
-                 GSLCLE_OK
-             ? GSLXDV_OK
-             : GSLXDV_FAILED;
+  const int st = gslcleclaCreateLDAPAttribute(nullptr, name, GSLCLE_VALUES_BINARY, &m->attribute);
+  return st == GSLCLE_OK ? GSLXDV_OK : failModel(m, st);
 }
 
 // Creates the attribute of an attr element; a refused name is its own
 // failure.
 [[nodiscard]] int createNamedAttribute(GslxdvStateMachine *m, const char *name) {
-  switch (gslxdv::createNamedAttribute(name, m->name_rule, &m->attribute)) {
+  switch (const int st = gslxdv::createNamedAttribute(name, m->name_rule, &m->attribute)) {
     case GSLCLE_OK: return GSLXDV_OK;
-    case GSLCLEGAL_REFUSED: return GSLXDV_REFUSED_NAME;
-    default: return GSLXDV_FAILED;
+    case GSLCLEGAL_REFUSED: return fail(m, GSLXDV_REFUSED_NAME, GSLXDV_CAUSE_REFUSED_NAME, name);
+    default: return failModel(m, st);
   }
 }
 
@@ -168,7 +152,9 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
     case Action::kCreateObjectclass: return createAttribute(m, kObjectclassName);
     case Action::kCreateAttribute: {
       const char *name = gslxGetAttrValue(attributes, kNameAttribute);
-      if (name == nullptr) return GSLXDV_MISSING_ATTRIBUTE;
+      if (name == nullptr) {
+        return fail(m, GSLXDV_MISSING_ATTRIBUTE, GSLXDV_CAUSE_NO_NAME, kAttrElement);
+      }
       // Deliberate: a name that would change the structure of the LDIF
       // written for the entry (a line break, a leading space or '#', a
       // colon, or "dn", "changetype", "control") fails the whole document,
@@ -196,11 +182,11 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
   // Elements are pushed only along the transitions and for the element that
   // starts a skip, so the depth stays within the table's longest path; the
   // check only guards that reasoning.
-  if (m->depth == GSLXDV_MAX_DEPTH) return GSLXDV_FAILED;
+  if (m->depth == GSLXDV_MAX_DEPTH) return fail(m, GSLXDV_FAILED, GSLXDV_CAUSE_OTHER);
   Owned<char> skip_name(nullptr, ContextFree{core});
   if (row == nullptr) {
     skip_name.reset(gslussdStrdup(core, name));
-    if (skip_name == nullptr) return GSLXDV_NO_MEMORY;
+    if (skip_name == nullptr) return fail(m, GSLXDV_NO_MEMORY, GSLXDV_CAUSE_NO_MEMORY);
   }
   m->states[m->depth++] = m->state;
   if (row != nullptr) {
@@ -222,9 +208,8 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
     if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) {
       char status[16];
       std::snprintf(status, sizeof status, "%d", st);
-      recordFailure(m, st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK,
-                    status);
-      return st;
+      return fail(m, st,
+                  st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK, status);
     }
   }
   (void)gslcledeDestroyLDAPEntry(nullptr, m->entry);
@@ -233,15 +218,19 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
 }
 
 [[nodiscard]] int addAttribute(GslxdvStateMachine *m) {
-  if (gslcleaaAddLDAPAttribute(nullptr, m->entry, m->attribute) != GSLCLE_OK) return GSLXDV_FAILED;
+  if (const int st = gslcleaaAddLDAPAttribute(nullptr, m->entry, m->attribute); st != GSLCLE_OK) {
+    return failModel(m, st);
+  }
   m->attribute = nullptr;  // the entry owns it
   return GSLXDV_OK;
 }
 
 // Adds the pending text as a value; without text, a value of length 0.
 [[nodiscard]] int addValue(GslxdvStateMachine *m) {
-  const BERVal value{m->text.length, m->text.pending != 0 ? m->text.bytes : nullptr};
-  if (gslcleabvAddAttrBValue(nullptr, m->attribute, &value) != GSLCLE_OK) return GSLXDV_FAILED;
+  const BERVal value = gslxdv::pendingValue(m->text);
+  if (const int st = gslcleabvAddAttrBValue(nullptr, m->attribute, &value); st != GSLCLE_OK) {
+    return failModel(m, st);
+  }
   gslxdv::keepOrReleaseText(m->core_context, &m->text);
   return GSLXDV_OK;
 }
@@ -260,10 +249,7 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
 
 // Returns to the state the closing element was opened in.
 [[nodiscard]] int popState(GslxdvStateMachine *m) {
-  if (m->depth == 0) {
-    recordFailure(m, GSLXDV_CAUSE_UNMATCHED, nullptr);
-    return GSLXDV_FAILED;
-  }
+  if (m->depth == 0) return fail(m, GSLXDV_FAILED, GSLXDV_CAUSE_UNMATCHED);
   moveTo(m, m->states[--m->depth]);
   return GSLXDV_OK;
 }
@@ -272,10 +258,7 @@ int startElement(GslxdvStateMachine *m, const char *name, const xmlattrs *attrib
   if (m->skip_depth != 0) {
     // Detect and prevent integer overflow: the count is 16 bits wide, and a
     // wrap to 0 would end the skip in the middle of the skipped content.
-    if (m->skip_depth == UINT16_MAX) {
-      recordFailure(m, GSLXDV_CAUSE_TOO_DEEP, nullptr);
-      return GSLXDV_FAILED;
-    }
+    if (m->skip_depth == UINT16_MAX) return fail(m, GSLXDV_FAILED, GSLXDV_CAUSE_TOO_DEEP);
     ++m->skip_depth;
     return GSLXDV_OK;
   }
@@ -308,15 +291,14 @@ int endElement(GslxdvStateMachine *m, const char *name) {
 
 int characters(GslxdvStateMachine *m, const char *bytes, uint32_t length) {
   if (m->state != GSLXDV_STATE_OC_VALUE && m->state != GSLXDV_STATE_VALUE) return GSLXDV_OK;
-  if (bytes == nullptr) return GSLXDV_NULL_ARG;
+  if (bytes == nullptr) return fail(m, GSLXDV_NULL_ARG, GSLXDV_CAUSE_OTHER);
   // Each piece replaces the pending one: of a value given in several pieces
   // only the last is kept.
-  if (const int st = gslxdv::replaceText(m->core_context, &m->text, bytes, length);
-      st != GSLXDV_OK) {
-    return st;
+  if (gslxdv::replaceText(m->core_context, &m->text, bytes, length) != GSLXDV_OK) {
+    return fail(m, GSLXDV_NO_MEMORY, GSLXDV_CAUSE_NO_MEMORY);
   }
-  if (m->base64 != 0) {
-    if (const int st = gslxdv::decodeText(&m->text); st != GSLXDV_OK) return st;
+  if (m->base64 != 0 && gslxdv::decodeText(&m->text) != GSLXDV_OK) {
+    return fail(m, GSLXDV_BAD_BASE64, GSLXDV_CAUSE_BAD_BASE64);
   }
   // Deliberate: the mark is cleared after the first piece, so a later piece
   // of the same value is kept as it stands, undecoded.
@@ -495,7 +477,6 @@ void prepare(GslxdvParserCtx *c, GslxdvEntryCallback callback, void *callback_ar
   m->callback = callback;
   m->callback_arg = callback_arg;
   m->diagnostic = GslxdvDiagnostic{};
-  m->root_seen = 0;
   gslxdv2::prepareDocument(c->machine2, callback, callback_arg);
   c->version = GSLXDV_VERSION_NONE;
 }
@@ -615,31 +596,14 @@ int32_t gslxdv1cCleanup(GslxdvParserCtx **handle) {
 int sax_startDocument(void *machine) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
-  moveTo(m, GSLXDV_STATE_DOCUMENT);
-  m->skip_depth = 0;
-  m->entry = nullptr;
-  m->attribute = nullptr;
-  m->skip_name = nullptr;
-  gslxdv::dropText(&m->text);
-  m->base64 = 0;
-  m->depth = 0;
+  resetMachine(m, GSLXDV_STATE_DOCUMENT, false);
   return GSLXDV_OK;
 }
 
 int sax_endDocument(void *machine) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
-  (void)gslxdv1fsmFreeStateMacMemb(m);
-  // The parser outlives its documents, and what the document has to say
-  // is read after it ended.
-  xmlctx *xml = m->xml;
-  const GslxdvDiagnostic diagnostic = m->diagnostic;
-  const int32_t name_rule = m->name_rule;
-  gslxdv1iInitSMachine(m);
-  m->xml = xml;
-  m->diagnostic = diagnostic;
-  m->name_rule = name_rule;
-  moveTo(m, GSLXDV_STATE_ENDED);
+  resetMachine(m, GSLXDV_STATE_ENDED, true);
   return GSLXDV_OK;
 }
 
@@ -647,19 +611,19 @@ int sax_startElement(void *machine, const char *name, const xmlattrs *attributes
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr || name == nullptr) return GSLXDV_NULL_ARG;
   noteRoot(m, name);
-  return noted(m, startElement(m, name, attributes), attributes);
+  return startElement(m, name, attributes);
 }
 
 int sax_endElement(void *machine, const char *name) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr || name == nullptr) return GSLXDV_NULL_ARG;
-  return noted(m, endElement(m, name), nullptr);
+  return endElement(m, name);
 }
 
 int sax_characters(void *machine, const char *bytes, uint32_t length) {
   GslxdvStateMachine *m = machineOf(machine);
   if (m == nullptr) return GSLXDV_NULL_ARG;
-  return noted(m, characters(m, bytes, length), nullptr);
+  return characters(m, bytes, length);
 }
 
 // ---- Helpers --------------------------------------------------------------------------
@@ -683,6 +647,17 @@ int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine) {
   machine->depth = 0;
   machine->skip_name = nullptr;
   return GSLXDV_OK;
+}
+
+void resetMachine(GslxdvStateMachine *machine, uint16_t state, bool forget_callback) {
+  (void)gslxdv1fsmFreeStateMacMemb(machine);
+  machine->skip_depth = 0;
+  machine->base64 = 0;
+  if (forget_callback) {
+    machine->callback = nullptr;
+    machine->callback_arg = nullptr;
+  }
+  moveTo(machine, state);
 }
 
 const char *gslxGetAttrValue(const xmlattrs *attributes, const char *name) {

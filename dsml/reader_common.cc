@@ -75,10 +75,7 @@ std::string_view stripXmlSpace(std::string_view text) {
 
 // ---- Value text ------------------------------------------------------------------------
 
-void dropText(GslxdvText *text) {
-  text->pending = 0;
-  text->length = 0;
-}
+void dropText(GslxdvText *text) { text->length = 0; }
 
 void releaseText(gsluctx *core, GslxdvText *text) {
   dropText(text);
@@ -99,12 +96,11 @@ int replaceText(gsluctx *core, GslxdvText *text, const char *bytes, uint32_t len
   (void)gslussnStrncpy(core, text->bytes, bytes, length);
   text->bytes[length] = '\0';  // the base64 cleaner reads up to it
   text->length = length;
-  text->pending = 1;
   return GSLXDV_OK;
 }
 
 int appendText(gsluctx *core, GslxdvText *text, const char *bytes, uint32_t length) {
-  const uint32_t kept = text->pending != 0 ? text->length : 0;
+  const uint32_t kept = text->length;
   // Detect and prevent integer overflow: the joined text and its NUL must
   // fit 32 bits.
   if (length >= UINT32_MAX - kept || !reserveText(core, text, kept + length + 1, kept)) {
@@ -114,12 +110,11 @@ int appendText(gsluctx *core, GslxdvText *text, const char *bytes, uint32_t leng
   std::memcpy(text->bytes + kept, bytes, length);
   text->length = kept + length;
   text->bytes[text->length] = '\0';
-  text->pending = 1;
   return GSLXDV_OK;
 }
 
 int decodeText(GslxdvText *text) {
-  if (text->pending == 0) return GSLXDV_BAD_BASE64;  // cleans to nothing
+  if (text->length == 0) return GSLXDV_BAD_BASE64;  // cleans to nothing
   const uint32_t decoded = gsluztvb64dcln(text->bytes, text->length, text->bytes);
   if (decoded == GSLUZTV_B64_MALFORMED) {
     dropText(text);
@@ -130,6 +125,10 @@ int decodeText(GslxdvText *text) {
   return GSLXDV_OK;
 }
 
+BERVal pendingValue(const GslxdvText &text) {
+  return text.length != 0 ? BERVal{text.length, text.bytes} : BERVal{0, nullptr};
+}
+
 // ---- Attributes ------------------------------------------------------------------------
 
 int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute) {
@@ -138,6 +137,10 @@ int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute) 
 }
 
 // ---- Failures --------------------------------------------------------------------------
+
+int32_t causeOfModelStatus(int model_status) {
+  return model_status == GSLCLE_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_OTHER;
+}
 
 bool hasFailure(const GslxdvDiagnostic &d) {
   return d.cause != GSLXDV_CAUSE_NONE && d.cause != GSLXDV_CAUSE_NOT_DSML;

@@ -79,6 +79,10 @@ void keepOrReleaseText(gsluctx *core, GslxdvText *text);
 // GSLXDV_OK.
 [[nodiscard]] int appendText(gsluctx *core, GslxdvText *text, const char *bytes, uint32_t length);
 
+// The pending text as a value: its bytes, or a value of length 0 with no
+// bytes when there is none.
+[[nodiscard]] BERVal pendingValue(const GslxdvText &text);
+
 // Replaces the pending base64 text by the bytes it encodes, NUL-terminated,
 // in place: the bytes never outgrow the text they come from. No pending
 // text decodes as empty text does. GSLXDV_BAD_BASE64 (the text is then
@@ -94,6 +98,10 @@ void keepOrReleaseText(gsluctx *core, GslxdvText *text);
 [[nodiscard]] int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute);
 
 // ---- Failures ------------------------------------------------------------------------
+
+// The cause an entry-model failure stands for: out of memory, or a step the
+// reader did not expect to fail.
+[[nodiscard]] int32_t causeOfModelStatus(int model_status);
 
 // Whether d holds a failure (a warning is not one).
 [[nodiscard]] bool hasFailure(const GslxdvDiagnostic &d);

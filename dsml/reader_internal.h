@@ -71,10 +71,10 @@ enum { GSLXDV_MAX_DEPTH = 8 };
  * next within a document (dsml/reader_common.h). */
 typedef struct GslxdvText {
   char *bytes;       /* null when no buffer is held. Owned */
-  uint32_t length;   /* bytes of pending text, the NUL not counted */
+  uint32_t length;   /* bytes of the pending text, NUL-terminated in the
+                        buffer, the NUL not counted; 0 when none is pending
+                        (the parser never hands over empty text) */
   uint32_t capacity; /* bytes the buffer holds */
-  uint16_t pending;  /* 1 when the buffer holds the pending value's text
-                        (NUL-terminated) */
 } GslxdvText;
 
 /* The state machine; the user context of every handler. */
@@ -90,18 +90,21 @@ typedef struct GslxdvStateMachine {
   gsluctx *core_context;             /* every allocation and release */
   GslxdvText text;                   /* the pending value's text */
   uint16_t base64;                   /* 1: the current value is base64 text */
-  char *skip_name;                   /* copy of the skipped element's name; null
-                                        when not skipping. Owned */
+  char *skip_name;                   /* copy of the skipped element's name: not
+                                        null exactly while state is SKIPPING.
+                                        Owned */
   GslxdvEntryCallback callback;
   void *callback_arg;
-  uint16_t skip_depth;         /* elements open while skipping */
+  uint16_t skip_depth;         /* elements open while skipping; stays above
+                                  zero after a skip that ended early (see
+                                  sax_endElement), when start tags are only
+                                  counted */
   uint16_t state;              /* GSLXDV_STATE_* */
   xmlctx *xml;                 /* the parser reading for this machine, told
                                   whether text is wanted; null when the
                                   handlers are driven without one */
   GslxdvDiagnostic diagnostic; /* of the latest document; a handler's
                                   failure records its cause and place */
-  uint16_t root_seen;          /* 1 once the document's root element opened */
   int32_t name_rule;           /* GSLCLE_NAMES_* for attr names; kept
                                   from one document to the next */
 } GslxdvStateMachine;
@@ -137,13 +140,11 @@ struct GslxdvParserCtx {
 /* machine is the GslxdvStateMachine. Each returns 0 to go on, 9 for a null
  * machine, or a status that stops the document. */
 
-/* Starts a document: state DOCUMENT, nothing pending, a new element-state
- * stack. The callback fields are kept. */
+/* Starts a document: resetMachine to state DOCUMENT; the callback is
+ * kept. */
 int sax_startDocument(void *machine);
 
-/* Ends a document: releases the members (gslxdv1fsmFreeStateMacMemb),
- * re-initialises the machine (gslxdv1iInitSMachine, which also clears the
- * callback; the parser it reads with is kept) and sets state ENDED. */
+/* Ends a document: resetMachine to state ENDED, the callback forgotten. */
 int sax_endDocument(void *machine);
 
 /* Opens an element. While skipping, only counts it. Otherwise looks up the
@@ -177,10 +178,17 @@ int sax_characters(void *machine, const char *bytes, uint32_t length);
  * process-wide one (created if absent). Null: nothing. */
 void gslxdv1iInitSMachine(GslxdvStateMachine *machine);
 
-/* Releases the pending entry, attribute, element-state stack, text and
- * skipped name and nulls them. State, depth, base64 mark and callback stay.
- * 9 for a null machine, else 0. */
+/* Releases the pending entry, attribute, text and skipped name, nulls them
+ * and empties the element-state stack. State, skip count, base64 mark and
+ * callback stay. 9 for a null machine, else 0. */
 int gslxdv1fsmFreeStateMacMemb(GslxdvStateMachine *machine);
+
+/* The one reset of a machine between documents: releases the members
+ * (gslxdv1fsmFreeStateMacMemb), clears the skip count and the base64 mark,
+ * forgets the callback when forget_callback is set, and moves to state.
+ * The parser, the diagnostic and the name rule stay: the parser outlives
+ * its documents, and what a document has to say is read after it ended. */
+void resetMachine(GslxdvStateMachine *machine, uint16_t state, bool forget_callback);
 
 /* The value of the first attribute whose local name equals name (lower-case
  * ASCII) ignoring case; null when there is none. */

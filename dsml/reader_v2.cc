@@ -154,9 +154,9 @@ void moveTo(GslxdvV2Machine *m, uint16_t state) {
 // An entry-model status other than success: out of memory, or a step that
 // failed for a reason the reader does not expect.
 [[nodiscard]] int failModel(GslxdvV2Machine *m, int model_status) {
-  return model_status == GSLCLE_NO_MEMORY
-             ? fail(m, GSLXDV_CAUSE_NO_MEMORY, nullptr, GSLXDV_NO_MEMORY)
-             : fail(m, GSLXDV_CAUSE_OTHER);
+  const int32_t cause = gslxdv::causeOfModelStatus(model_status);
+  return fail(m, cause, nullptr,
+              cause == GSLXDV_CAUSE_NO_MEMORY ? GSLXDV_NO_MEMORY : GSLXDV_FAILED);
 }
 
 // ---- Warnings -----------------------------------------------------------------------
@@ -457,8 +457,7 @@ int startElement(GslxdvV2Machine *m, const char *name, const xmlattrs *attribute
 [[nodiscard]] int finishValueText(GslxdvV2Machine *m) {
   if (m->base64 == 0) return GSLXDV_OK;
   m->base64 = 0;
-  const std::string_view text(m->text.bytes != nullptr ? m->text.bytes : "",
-                              m->text.pending != 0 ? m->text.length : 0);
+  const std::string_view text(m->text.bytes != nullptr ? m->text.bytes : "", m->text.length);
   if (gslxdv::stripXmlSpace(text).empty()) {
     gslxdv::dropText(&m->text);
     return GSLXDV_OK;
@@ -467,14 +466,9 @@ int startElement(GslxdvV2Machine *m, const char *name, const xmlattrs *attribute
   return GSLXDV_OK;
 }
 
-[[nodiscard]] BERVal pendingValue(const GslxdvV2Machine *m) {
-  if (m->text.pending == 0 || m->text.length == 0) return BERVal{0, nullptr};
-  return BERVal{m->text.length, m->text.bytes};
-}
-
 [[nodiscard]] int addValue(GslxdvV2Machine *m) {
   if (const int st = finishValueText(m); st != GSLXDV_OK) return st;
-  const BERVal value = pendingValue(m);
+  const BERVal value = gslxdv::pendingValue(m->text);
   if (const int st = gslcleabvAddAttrBValue(nullptr, m->attribute, &value); st != GSLCLE_OK) {
     return failModel(m, st);
   }
@@ -490,7 +484,7 @@ int startElement(GslxdvV2Machine *m, const char *name, const xmlattrs *attribute
 }
 
 [[nodiscard]] int addControl(GslxdvV2Machine *m) {
-  const BERVal value = pendingValue(m);
+  const BERVal value = gslxdv::pendingValue(m->text);
   const int st = gslcleacAddControl(nullptr, m->entry, m->control_oid, m->control_critical,
                                     m->control_has_value != 0 ? &value : nullptr);
   if (st != GSLCLE_OK) return failModel(m, st);

@@ -155,7 +155,7 @@ struct Harness {
 void checkNothingPending(const GslxdvParserCtx *ctx) {
   const GslxdvStateMachine *m = ctx->machine;
   FUZZ_CHECK(ctx->busy == 0 && m->depth == 0 && m->entry == nullptr && m->attribute == nullptr &&
-             m->text.bytes == nullptr && m->text.pending == 0 && m->skip_name == nullptr);
+             m->text.bytes == nullptr && m->text.length == 0 && m->skip_name == nullptr);
 }
 
 }  // namespace
