@@ -55,12 +55,7 @@ const xmlsaxcb kReaderHandlers = {sax_startDocument, sax_endDocument, sax_startE
 
 // The transition for (state, name), or null: the element is then skipped.
 [[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
-  if (state >= gslxdv::kTableStates) return nullptr;
-  const gslxdv::StateRows rows = gslxdv::kStateRows.of[state];
-  const Transition *first = &gslxdv::kTransitions[rows.first];
-  const std::size_t i = gslxdv::matchName(core, name, rows.count,
-                                          [first](std::size_t k) { return first[k].element; });
-  return i < rows.count ? &first[i] : nullptr;
+  return gslxdv::findRow(core, gslxdv::kTransitions, gslxdv::kStateRows, state, name);
 }
 
 // Sets the machine's state; text is collected by the parser only in the
@@ -202,19 +197,7 @@ void recordParseFailure(GslxdvDiagnostic *d, xmlctx *xml, int xml_status) {
 // ---- Closing an element -----------------------------------------------------------
 
 [[nodiscard]] int deliverEntry(GslxdvStateMachine *m) {
-  if (m->callback != nullptr && m->entry != nullptr) {
-    // A refusal stops the document with the entry still held; it is
-    // released with the other members when the parse fails.
-    if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) {
-      char status[16];
-      std::snprintf(status, sizeof status, "%d", st);
-      return fail(m, st,
-                  st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK, status);
-    }
-  }
-  (void)gslcledeDestroyLDAPEntry(nullptr, m->entry);
-  m->entry = nullptr;
-  return GSLXDV_OK;
+  return gslxdv::deliverEntry(&m->entry, m->callback, m->callback_arg, &m->diagnostic, m->xml);
 }
 
 [[nodiscard]] int addAttribute(GslxdvStateMachine *m) {

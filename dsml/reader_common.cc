@@ -136,6 +136,24 @@ int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute) 
   return gslcleclaCreateLDAPAttribute(nullptr, name, GSLCLE_VALUES_BINARY, attribute);
 }
 
+// ---- Entries ---------------------------------------------------------------------------
+
+int deliverEntry(LDAPEntry **entry, GslxdvEntryCallback callback, void *arg, GslxdvDiagnostic *d,
+                 const xmlctx *xml) {
+  if (callback != nullptr && *entry != nullptr) {
+    if (const int32_t st = callback(*entry, arg); st != 0) {
+      char status[16];
+      std::snprintf(status, sizeof status, "%d", st);
+      recordFailure(d, xml,
+                    st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK, status);
+      return st;
+    }
+  }
+  (void)gslcledeDestroyLDAPEntry(nullptr, *entry);
+  *entry = nullptr;
+  return GSLXDV_OK;
+}
+
 // ---- Failures --------------------------------------------------------------------------
 
 int32_t causeOfModelStatus(int model_status) {

@@ -48,6 +48,47 @@ template <class NameAt>
   return matchName(core, name, 1, [lower](std::size_t) { return lower; }) == 0;
 }
 
+// ---- Transition tables --------------------------------------------------------------
+
+// Where each state's rows start in a transition table and how many there
+// are: the rows of one state stand together, so a look-up reads only those.
+struct StateRows {
+  uint8_t first;
+  uint8_t count;
+};
+
+template <uint16_t States>
+struct RowIndex {
+  StateRows of[States];
+};
+
+// The index of rows (each with a `state` below States), built at compile
+// time: a row away from the others of its state would never be found, so
+// the constant expression then fails to compile.
+template <uint16_t States, class Row, std::size_t N>
+[[nodiscard]] constexpr RowIndex<States> indexRows(const Row (&rows)[N]) {
+  RowIndex<States> index{};
+  for (uint8_t i = 0; i < N; ++i) {
+    StateRows &r = index.of[rows[i].state];
+    if (r.count == 0) r.first = i;
+    if (r.first + r.count != i) throw "the rows of a state must stand together";
+    ++r.count;
+  }
+  return index;
+}
+
+// The row of state for the element name, or null.
+template <uint16_t States, class Row, std::size_t N>
+[[nodiscard]] const Row *findRow(gsluctx *core, const Row (&rows)[N],
+                                 const RowIndex<States> &index, uint16_t state, const char *name) {
+  if (state >= States) return nullptr;
+  const StateRows r = index.of[state];
+  const Row *first = &rows[r.first];
+  const std::size_t i =
+      matchName(core, name, r.count, [first](std::size_t k) { return first[k].element; });
+  return i < r.count ? &first[i] : nullptr;
+}
+
 // text without the XML white space (space, tab, line feed, carriage
 // return) at either end, as the XML Schema reads booleans and type names.
 [[nodiscard]] std::string_view stripXmlSpace(std::string_view text);
@@ -96,6 +137,15 @@ void keepOrReleaseText(gsluctx *core, GslxdvText *text);
 // nothing created, or the entry model's own failure. The rule keeps a
 // document from forging the structure of the LDIF written for it.
 [[nodiscard]] int createNamedAttribute(const char *name, int rule, LDAPAttribute **attribute);
+
+// ---- Entries --------------------------------------------------------------------------
+
+// Hands *entry to callback (when both are there); 0 lets the entry be
+// destroyed and *entry nulled. A refusal keeps the entry, to be released
+// with the other members when the parse fails, records the callback's
+// status as the cause in *d (where xml stands) and returns it.
+[[nodiscard]] int deliverEntry(LDAPEntry **entry, GslxdvEntryCallback callback, void *arg,
+                               GslxdvDiagnostic *d, const xmlctx *xml);
 
 // ---- Failures ------------------------------------------------------------------------
 

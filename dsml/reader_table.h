@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "dsml/reader_common.h"
 #include "dsml/reader_internal.h"
 
 namespace gslxdv {
@@ -55,27 +56,9 @@ inline constexpr Transition kTransitions[] = {
     {GSLXDV_STATE_ATTRIBUTE_TYPE, "substring", Action::kNone, GSLXDV_STATE_SUBSTRING},
 };
 
-// Where each state's rows start in kTransitions and how many there are: the
-// rows of one state stand together, so a look-up reads only those.
-struct StateRows {
-  uint8_t first;
-  uint8_t count;
-};
+// Where each state's rows start, built and checked at compile time.
 inline constexpr uint16_t kTableStates = GSLXDV_STATE_SUBSTRING + 1;  // states with rows
-inline constexpr auto kStateRows = [] {
-  struct Rows {
-    StateRows of[kTableStates];
-  } rows{};
-  for (uint8_t i = 0; i < std::size(kTransitions); ++i) {
-    StateRows &r = rows.of[kTransitions[i].state];
-    if (r.count == 0) r.first = i;
-    // A row away from the others of its state would not be found: the
-    // constant expression fails to compile.
-    if (r.first + r.count != i) throw "the rows of a state must stand together";
-    ++r.count;
-  }
-  return rows;
-}();
+inline constexpr RowIndex<kTableStates> kStateRows = indexRows<kTableStates>(kTransitions);
 
 }  // namespace gslxdv
 

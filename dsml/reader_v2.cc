@@ -95,26 +95,9 @@ constexpr Transition kTransitions[] = {
 };
 #undef RESPONSES
 
-// Where each state's rows start in kTransitions and how many there are.
-struct StateRows {
-  uint8_t first;
-  uint8_t count;
-};
+// Where each state's rows start, built and checked at compile time.
 constexpr uint16_t kTableStates = kInert + 1;
-constexpr auto kStateRows = [] {
-  struct Rows {
-    StateRows of[kTableStates];
-  } rows{};
-  for (uint8_t i = 0; i < std::size(kTransitions); ++i) {
-    StateRows &r = rows.of[kTransitions[i].state];
-    if (r.count == 0) r.first = i;
-    // A row away from the others of its state would not be found: the
-    // constant expression fails to compile.
-    if (r.first + r.count != i) throw "the rows of a state must stand together";
-    ++r.count;
-  }
-  return rows;
-}();
+constexpr gslxdv::RowIndex<kTableStates> kStateRows = gslxdv::indexRows<kTableStates>(kTransitions);
 
 // Where requests or responses stand, an element with no row is counted as
 // skipped; anywhere else it is skipped silently.
@@ -127,12 +110,7 @@ constexpr auto kStateRows = [] {
 }
 
 [[nodiscard]] const Transition *findTransition(gsluctx *core, uint16_t state, const char *name) {
-  if (state >= kTableStates) return nullptr;
-  const StateRows rows = kStateRows.of[state];
-  const Transition *first = &kTransitions[rows.first];
-  const std::size_t i = gslxdv::matchName(core, name, rows.count,
-                                          [first](std::size_t k) { return first[k].element; });
-  return i < rows.count ? &first[i] : nullptr;
+  return gslxdv::findRow(core, kTransitions, kStateRows, state, name);
 }
 
 // Text is collected by the parser only where it is kept.
@@ -428,19 +406,7 @@ int startElement(GslxdvV2Machine *m, const char *name, const xmlattrs *attribute
 
 [[nodiscard]] int deliverEntry(GslxdvV2Machine *m) {
   if (m->entry_had_controls != 0) ++m->warnings.dropped_controls;
-  if (m->callback != nullptr) {
-    // A refusal stops the document with the entry still held; it is
-    // released with the other members when the parse fails.
-    if (const int32_t st = m->callback(m->entry, m->callback_arg); st != 0) {
-      char status[16];
-      std::snprintf(status, sizeof status, "%d", st);
-      return fail(m, st == GSLXDV_NO_MEMORY ? GSLXDV_CAUSE_NO_MEMORY : GSLXDV_CAUSE_CALLBACK,
-                  status, st);
-    }
-  }
-  (void)gslcledeDestroyLDAPEntry(nullptr, m->entry);
-  m->entry = nullptr;
-  return GSLXDV_OK;
+  return gslxdv::deliverEntry(&m->entry, m->callback, m->callback_arg, &m->diagnostic, m->xml);
 }
 
 [[nodiscard]] int addAttribute(GslxdvV2Machine *m) {
