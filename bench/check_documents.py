@@ -26,7 +26,7 @@ import sys
 import ldif
 
 # gen_dsml SIZE SEED -> sha256 of the v1 document, as generated when the
-# benchmark figures in README.md were measured.
+# benchmark figures in docs/performance.md were measured.
 V1_DIGESTS = {
     ('1M', '1'): '5268de062b392b8b2d41c5c268366baeda9a6048415e7f41b6a7658c688c1c93',
     ('100K', '7'): '75e6099261d52acc65e30938778204bc4f71abf656121a1ce69ceb27397ac6e7',
