@@ -1,9 +1,9 @@
 // Tests of DSML v2 reading (gslxdvpParse, dsml/reader_v2_internal.h): the
-// entries each document gives, read through expat in chunks of 1, 7 and
-// 4096 bytes (every outcome must agree), the payload found inside a SOAP
+// entries each kind of document gives, read through expat in chunks of 1, 7
+// and 4096 bytes (every outcome must agree), the payload found inside a SOAP
 // Envelope or not at all, the warnings' counts, every truncated prefix of a
-// document, and allocation failures. The LDIF these entries become is the
-// end-to-end suites' business.
+// document, and allocation failures. The LDIF these entries become, every
+// failure's cause and the warnings' lines are the golden cases' business.
 #include "dsml/reader_v2_internal.h"
 
 #include <gtest/gtest.h>
@@ -167,7 +167,6 @@ std::string soap(const std::string &body) {
          body + "</s:Body></s:Envelope>";
 }
 
-const std::string kOk = "";
 std::string cause(int32_t c, const std::string &detail = "") {
   return std::to_string(c) + ":" + detail;
 }
@@ -237,81 +236,16 @@ const DocumentCase kDocuments[] = {
       "",
       "searchRequest=2 compareRequest=1 extendedRequest=1 abandonRequest=1 authRequest=1 "
       "other=2 "}},
-    // Of more than eight distinct texts the list keeps eight, each cut at a
-    // character boundary.
-    {"WarningListsAreBounded",
-     response("<errorResponse type=\"t1\"/><errorResponse type=\"t2\"/><errorResponse "
-              "type=\"t1\"/><errorResponse type=\"t3\"/><errorResponse type=\"t4\"/>"
-              "<errorResponse type=\"t5\"/><errorResponse type=\"t6\"/><errorResponse "
-              "type=\"t7\"/><errorResponse type=\"" +
-              std::string(31, 'x') + "\xc3\xa9\"/><errorResponse type=\"t9\"/>"),
-     {GSLXDV_OK, {}, "", "error=10(t1,t2,t3,t4,t5,t6,t7," + std::string(31, 'x') + ",...) "}},
-    // Names match by local name in any case, prefixes dropped.
-    {"PrefixesAndCase",
-     "<d:BATCHREQUEST xmlns:d=\"urn:oasis:names:tc:DSML:2.0:core\"><AddRequest d:DN=\"cn=a\">"
-     "<d:Attr NAME=\"cn\"><x:VALUE xmlns:x=\"y\">v</x:VALUE></d:Attr></AddRequest>"
-     "</d:BATCHREQUEST>",
-     {GSLXDV_OK, {"A cn=a|cn+v"}}},
+    // Only the first element of the first Body is read.
     {"SoapPayloadWithHeaderAndAfterIt",
      soap(response("<searchResultEntry dn=\"cn=a\"/>") + "<batchRequest><delRequest "
                                                           "dn=\"cn=x\"/></batchRequest>"),
      {GSLXDV_OK, {"C cn=a"}}},
-    {"SoapWithAVersionOnePayload",
-     soap("<dsml><directory-entries><entry dn=\"cn=a\"/></directory-entries></dsml>"),
-     {GSLXDV_OK, {"C cn=a"}}},
-    {"SoapWithAnotherPayloadWarns",
-     soap("<Fault><faultcode>x</faultcode></Fault>"),
-     {GSLXDV_OK, {}, cause(GSLXDV_CAUSE_NOT_DSML, "Fault")}},
     {"SoapWithoutAPayloadWarns",
      "<Envelope><Body/><Body><batchRequest/></Body></Envelope>",
      {GSLXDV_OK, {}, cause(GSLXDV_CAUSE_NOT_DSML, "Envelope")}},
-    {"AnotherRootWarns",
-     "<batch><addRequest dn=\"cn=a\"/></batch>",
-     {GSLXDV_OK, {}, cause(GSLXDV_CAUSE_NOT_DSML, "batch")}},
-    // Failures: the entries before them stay delivered.
-    {"NoDn",
-     request("<delRequest dn=\"a\"/><modifyRequest/>"),
-     {GSLXDV_FAILED, {"D a"}, cause(GSLXDV_CAUSE_NO_DN, "modifyRequest")}},
-    {"NoDnOfASearchResultEntry",
-     response("<searchResultEntry/>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_NO_DN, "searchResultEntry")}},
-    {"NoNewRdnComesBeforeABadBoolean",
-     request("<modDNRequest dn=\"a\" deleteoldrdn=\"no\"/>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_NO_NEWRDN)}},
-    {"BadDeleteOldRdn",
-     request("<modDNRequest dn=\"a\" newrdn=\"b\" deleteoldrdn=\"TRUE\"/>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_BOOLEAN, "TRUE")}},
-    {"BadCriticality",
-     request("<delRequest dn=\"a\"><control type=\"1.2\" criticality=\"\"/></delRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_BOOLEAN, "")}},
-    {"ControlTypeComesBeforeCriticality",
-     request("<delRequest dn=\"a\"><control type=\"1.2.\" criticality=\"x\"/></delRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_CONTROL_TYPE, "1.2.")}},
-    {"NoControlType",
-     request("<delRequest dn=\"a\"><control/></delRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_CONTROL_TYPE)}},
-    {"NoAttrName",
-     request("<addRequest dn=\"a\"><attr/></addRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_NO_NAME, "attr")}},
-    {"RefusedModificationName",
-     request("<modifyRequest dn=\"a\"><modification name=\"dn\" operation=\"add\"/>"
-             "</modifyRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_REFUSED_NAME, "dn")}},
-    {"NoOperation",
-     request("<modifyRequest dn=\"a\"><modification name=\"cn\"/></modifyRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_OPERATION)}},
-    {"UnknownOperation",
-     request("<modifyRequest dn=\"a\"><modification name=\"cn\" operation=\"move\"/>"
-             "</modifyRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_OPERATION, "move")}},
-    {"ValueByUri",
-     request("<addRequest dn=\"a\"><attr name=\"cn\"><value xsi:type=\"xsd:anyURI\">file:///x"
-             "</value></attr></addRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_URI_VALUE)}},
-    {"UndecodableBase64",
-     request("<addRequest dn=\"a\"><attr name=\"cn\"><value xsi:type=\"base64Binary\">*</value>"
-             "</attr></addRequest>"),
-     {GSLXDV_FAILED, {}, cause(GSLXDV_CAUSE_BAD_BASE64)}},
+    // The failures and their causes are the golden cases'; a refusing
+    // callback is not, and the entries before it stay delivered.
     {"CallbackRefusal",
      request("<delRequest dn=\"a\"/><delRequest dn=\"b\"/><delRequest dn=\"c\"/>"),
      {GSLXDV_FAILED, {"D a", "D b"}, cause(GSLXDV_CAUSE_CALLBACK, "77")},
