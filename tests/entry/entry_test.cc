@@ -272,31 +272,6 @@ TEST(ControlTest, OnlyNumericOidsAreTaken) {
   EXPECT_EQ(gslclecoCheckControlOid(nullptr), GSLCLE_BAD_OID);
 }
 
-// A control keeps copies of its type and value, its criticality as 0 or 1,
-// and tells an absent value from an empty one; controls keep their order.
-TEST(ControlTest, KeepsCopiesInOrder) {
-  World w;
-  std::string oid = "1.2.3", bytes("\0v", 2);
-  const BERVal value{bytes.size(), bytes.data()};
-  const BERVal empty{0, nullptr};
-  ASSERT_EQ(gslcleacAddControl(nullptr, w.entry, oid.c_str(), 7, &value), GSLCLE_OK);
-  ASSERT_EQ(gslcleacAddControl(nullptr, w.entry, "1.4", 0, &empty), GSLCLE_OK);
-  ASSERT_EQ(gslcleacAddControl(nullptr, w.entry, "1.5", 0, nullptr), GSLCLE_OK);
-  oid[0] = '2';
-  bytes[1] = 'w';
-  const auto *c = static_cast<const LDAPEntryControl *>(w.entry->controls->head);
-  EXPECT_STREQ(c->oid, "1.2.3");
-  EXPECT_EQ(c->critical, 1);
-  EXPECT_EQ(std::string(c->value.bytes, c->value.length), std::string("\0v", 2));
-  c = static_cast<const LDAPEntryControl *>(c->next);
-  EXPECT_STREQ(c->oid, "1.4");
-  EXPECT_EQ(c->has_value, 1);
-  EXPECT_EQ(c->value.length, 0u);
-  c = static_cast<const LDAPEntryControl *>(c->next);
-  EXPECT_EQ(c->has_value, 0);
-  EXPECT_EQ(c->next, nullptr);
-}
-
 // Out of memory, the entry is left as it was (and nothing leaks: the
 // sanitizer build watches).
 TEST(ControlTest, AFailedAllocationChangesNothing) {
