@@ -223,6 +223,92 @@ inline std::string record(const LDAPEntry *entry) {
   return out;
 }
 
+// ---- The RFC 2849 forms of change records --------------------------------------
+// What common LDIF readers take: controls after the dn line, an add record's
+// attributes as a content record has them, a "-" after every modification,
+// the rename fields as value lines.
+
+// Whether oid is a numeric OID: a digit 0 to 2, then one or more groups of
+// "." and digits.
+inline bool numericOid(std::string_view oid) {
+  if (oid.size() < 3 || oid[0] < '0' || oid[0] > '2') return false;
+  size_t i = 1;
+  while (i < oid.size()) {
+    if (oid[i++] != '.') return false;
+    const size_t digits = i;
+    while (i < oid.size() && oid[i] >= '0' && oid[i] <= '9') ++i;
+    if (i == digits) return false;
+  }
+  return true;
+}
+
+template <class Fn>
+void forEachControl(const LDAPEntry *entry, Fn fn) {
+  if (entry->controls == nullptr) return;
+  for (auto *c = static_cast<const LDAPEntryControl *>(entry->controls->head); c != nullptr;
+       c = static_cast<const LDAPEntryControl *>(c->next)) {
+    fn(c);
+  }
+}
+
+// "control: OID true" or "false": a whole line without a value, else the
+// type of the value line that holds it.
+inline std::string controlType(const LDAPEntryControl *c) {
+  return std::string("control: ") + c->oid + (c->critical != 0 ? " true" : " false");
+}
+
+inline std::string controlLines(const LDAPEntry *entry) {
+  std::string out;
+  forEachControl(entry, [&](const LDAPEntryControl *c) {
+    if (c->has_value == 0) {
+      out += controlType(c) + "\n";
+    } else {
+      out += valueLine(controlType(c), {c->value.bytes, c->value.length});
+    }
+  });
+  return out;
+}
+
+// A modification's block: its header, its values, and "-" whatever it holds.
+inline std::string modificationLines(const LDAPAttribute *a) {
+  std::string out;
+  switch (a->change_type) {
+    case GSLCLE_ATTR_ADD: out += "add: "; break;
+    case GSLCLE_ATTR_DELETE: out += "delete: "; break;
+    case GSLCLE_ATTR_REPLACE: out += "replace: "; break;
+    case GSLCLE_ATTR_INCREMENT: out += "increment: "; break;
+    default: break;
+  }
+  out += std::string(a->name) + "\n";
+  for (uint32_t i = 0; i < a->count; ++i) out += valueLine(a->name, valueOf(a, i));
+  return out + "-\n";
+}
+
+// The whole record of an entry in the RFC 2849 form. A content record is
+// the same as record() gives and carries no control.
+inline std::string rfcRecord(const LDAPEntry *entry) {
+  std::string out = valueLine("dn", entry->dn);
+  if (entry->change_type == GSLCLE_CHANGE_ADD && entry->explicit_change_type == 0) {
+    return out + contentBody(entry);
+  }
+  out += controlLines(entry);
+  switch (entry->change_type) {
+    case GSLCLE_CHANGE_ADD: out += "changetype: add\n" + contentBody(entry); break;
+    case GSLCLE_CHANGE_MODIFY:
+      out += "changetype: modify\n";
+      forEachAttribute(entry, [&](const LDAPAttribute *a) { out += modificationLines(a); });
+      break;
+    case GSLCLE_CHANGE_MODRDN:
+      out += "changetype: modrdn\n";
+      out += valueLine("newrdn", entry->new_rdn != nullptr ? entry->new_rdn : "");
+      out += entry->delete_old_rdn != 0 ? "deleteoldrdn: 1\n" : "deleteoldrdn: 0\n";
+      if (entry->new_superior != nullptr) out += valueLine("newsuperior", entry->new_superior);
+      break;
+    default: out += "changetype: delete\n"; break;
+  }
+  return out;
+}
+
 // Checks any LDIF text the library writes: it ends with a newline, holds no
 // NUL and no empty line (which would end the record early), no line is
 // longer than `limit`, and a line starting with a space (which an LDIF
