@@ -41,9 +41,6 @@ struct XmlTerm {
 };
 using OwnedParser = std::unique_ptr<xmlctx, XmlTerm>;
 
-const xmlsaxcb kReaderHandlers = {sax_startDocument, sax_endDocument, sax_startElement,
-                                  sax_endElement,    sax_characters,  {}};
-
 [[nodiscard]] GslxdvStateMachine *machineOf(void *user) {
   return static_cast<GslxdvStateMachine *>(user);
 }

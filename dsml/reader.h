@@ -250,8 +250,8 @@ int32_t gslxdvgvGetVersion(const GslxdvParserCtx *handle);
  * out, else 0. */
 int32_t gslxdvgwGetWarnings(const GslxdvParserCtx *handle, GslxdvWarnings *out);
 
-/* The element name of a GSLXDV_SKIPPED_* kind ("searchRequest"), or "other
- * elements" for GSLXDV_SKIPPED_OTHER; null for any other number. */
+/* The element name of a GSLXDV_SKIPPED_* kind ("searchRequest"), or "other"
+ * for GSLXDV_SKIPPED_OTHER; null for any other number. */
 const char *gslxdvskSkippedKindName(int32_t kind);
 
 /* Copies into *out what the latest gslxdv1pParse or gslxdvpParse of handle

@@ -149,8 +149,10 @@ void moveTo(GslxdvV2Machine *m, uint16_t state) {
   return text.substr(0, n);
 }
 
-// Adds text to the list unless it holds it already.
+// Adds text to the list unless it holds it already; an empty text (a code
+// or type of white space alone) is counted but has nothing to show.
 void noteDistinct(GslxdvTextList *list, std::string_view text) {
+  if (text.empty()) return;
   const std::string_view cut = cutToSlot(text);
   for (uint32_t i = 0; i < list->count; ++i) {
     if (cut == list->texts[i]) return;

@@ -1,9 +1,13 @@
 // fuzz/fuzz_support.h - what the fuzz targets share: a check that names the
 // failed condition, a reader that turns the fuzzer's bytes into choices and
 // strings, the process set-up every target makes before its first library
-// call, and allocator hooks that count blocks and can fail on demand.
+// call, allocator hooks that count blocks and can fail on demand, and a
+// file in memory for the targets that read documents by name.
 #ifndef QUILLOMAT_FUZZ_FUZZ_SUPPORT_H
 #define QUILLOMAT_FUZZ_FUZZ_SUPPORT_H
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -90,6 +94,29 @@ inline void setUpProcess() {
   }();
   (void)done;
 }
+
+// A file in memory (memfd) that a reader opens by its /proc/self/fd path
+// like any other file: created once, its bytes replaced for every input.
+class MemoryFile {
+ public:
+  explicit MemoryFile(const char *name) : fd_(memfd_create(name, MFD_CLOEXEC)) {
+    FUZZ_CHECK(fd_ >= 0);
+    path_ = "/proc/self/fd/" + std::to_string(fd_);
+  }
+  ~MemoryFile() { close(fd_); }
+  MemoryFile(const MemoryFile &) = delete;
+  MemoryFile &operator=(const MemoryFile &) = delete;
+
+  void assign(const void *bytes, size_t size) {
+    FUZZ_CHECK(pwrite(fd_, bytes, size, 0) == static_cast<ssize_t>(size));
+    FUZZ_CHECK(ftruncate(fd_, static_cast<off_t>(size)) == 0);
+  }
+  [[nodiscard]] const char *path() const { return path_.c_str(); }
+
+ private:
+  int fd_;
+  std::string path_;
+};
 
 // Allocator hooks on the process-wide context, installed for the object's
 // lifetime: they count the blocks alive, and refuse every allocation once

@@ -58,10 +58,11 @@ inline bool typeAllowed(std::string_view type) {
 }
 
 // Whether an attribute name may stand in a record (the contract of
-// gslclecnCheckAttrName): an allowed type that is not "dn", "changetype" or
-// "control" in any letter case, trailing spaces not counted.
+// gslclecnCheckAttrName): an allowed type without a colon that is not "dn",
+// "changetype" or "control" in any letter case, trailing spaces not
+// counted.
 inline bool nameAllowed(std::string_view name) {
-  if (!typeAllowed(name)) return false;
+  if (!typeAllowed(name) || name.find(':') != std::string_view::npos) return false;
   while (!name.empty() && name.back() == ' ') name.remove_suffix(1);
   std::string lower(name);
   for (char &c : lower) {
@@ -76,15 +77,18 @@ struct ValueForm {
   size_t shown;
 };
 
-inline ValueForm valueForm(std::string_view v) {
+// safe: RFC 2849's rule in full, where a leading '<', a trailing space and a
+// NUL anywhere also make base64.
+inline ValueForm valueForm(std::string_view v, bool safe = false) {
   if (v.empty()) return {false, 0};
   const auto first = static_cast<unsigned char>(v[0]);
   if (first == 0 || first == ':' || first == ' ' || (first >= '\t' && first <= '\r')) {
     return {true, 0};
   }
+  if (safe && (first == '<' || v.back() == ' ')) return {true, 0};
   for (size_t i = 0; i < v.size(); ++i) {
     const auto c = static_cast<unsigned char>(v[i]);
-    if (c == 0) return {false, i};  // a plain value ends at its first NUL
+    if (c == 0 && !safe) return {false, i};  // a plain value ends at its first NUL
     if (c < 0x20 || c > 0x7e) return {true, 0};
   }
   return {false, v.size()};
@@ -103,9 +107,9 @@ inline void appendFolded(std::string &out, size_t column, std::string_view body)
 }
 
 // The whole line for type and value, final newline included.
-inline std::string valueLine(std::string_view type, std::string_view value) {
+inline std::string valueLine(std::string_view type, std::string_view value, bool safe = false) {
   std::string out(type);
-  const ValueForm form = valueForm(value);
+  const ValueForm form = valueForm(value, safe);
   if (form.base64) {
     out += ":: ";
     appendFolded(out, type.size() + 3, base64(value));
@@ -126,7 +130,7 @@ inline std::string_view valueOf(const LDAPAttribute *a, uint32_t i) {
 }
 
 // The lines of one attribute, with its modify header when asked for.
-inline std::string attributeLines(const LDAPAttribute *a, bool header) {
+inline std::string attributeLines(const LDAPAttribute *a, bool header, bool safe = false) {
   std::string out;
   if (header) {
     switch (a->change_type) {
@@ -141,7 +145,7 @@ inline std::string attributeLines(const LDAPAttribute *a, bool header) {
     if (a->change_type == GSLCLE_ATTR_ADD) out += std::string(a->name) + ": \n";
     return out;
   }
-  for (uint32_t i = 0; i < a->count; ++i) out += valueLine(a->name, valueOf(a, i));
+  for (uint32_t i = 0; i < a->count; ++i) out += valueLine(a->name, valueOf(a, i), safe);
   return out;
 }
 
@@ -155,9 +159,9 @@ void forEachAttribute(const LDAPEntry *entry, Fn fn) {
 }
 
 // The body of a content record (the attribute lines).
-inline std::string contentBody(const LDAPEntry *entry) {
+inline std::string contentBody(const LDAPEntry *entry, bool safe = false) {
   std::string out;
-  forEachAttribute(entry, [&](const LDAPAttribute *a) { out += attributeLines(a, false); });
+  forEachAttribute(entry, [&](const LDAPAttribute *a) { out += attributeLines(a, false, safe); });
   return out;
 }
 
@@ -218,6 +222,95 @@ inline std::string record(const LDAPEntry *entry) {
       if (has_attributes) out += modifyBody(entry);
       break;
     case GSLCLE_CHANGE_MODRDN: out += modRdnBody(entry); break;
+    default: out += "changetype: delete\n"; break;
+  }
+  return out;
+}
+
+// ---- The RFC 2849 forms of change records --------------------------------------
+// What common LDIF readers take: controls after the dn line, an add record's
+// attributes as a content record has them, a "-" after every modification,
+// the rename fields as value lines.
+
+// Whether oid is a numeric OID: a digit 0 to 2, then one or more groups of
+// "." and digits.
+inline bool numericOid(std::string_view oid) {
+  if (oid.size() < 3 || oid[0] < '0' || oid[0] > '2') return false;
+  size_t i = 1;
+  while (i < oid.size()) {
+    if (oid[i++] != '.') return false;
+    const size_t digits = i;
+    while (i < oid.size() && oid[i] >= '0' && oid[i] <= '9') ++i;
+    if (i == digits) return false;
+  }
+  return true;
+}
+
+template <class Fn>
+void forEachControl(const LDAPEntry *entry, Fn fn) {
+  if (entry->controls == nullptr) return;
+  for (auto *c = static_cast<const LDAPEntryControl *>(entry->controls->head); c != nullptr;
+       c = static_cast<const LDAPEntryControl *>(c->next)) {
+    fn(c);
+  }
+}
+
+// "control: OID true" or "false": a whole line without a value, else the
+// type of the value line that holds it.
+inline std::string controlType(const LDAPEntryControl *c) {
+  return std::string("control: ") + c->oid + (c->critical != 0 ? " true" : " false");
+}
+
+inline std::string controlLines(const LDAPEntry *entry) {
+  std::string out;
+  forEachControl(entry, [&](const LDAPEntryControl *c) {
+    if (c->has_value == 0) {
+      out += controlType(c) + "\n";
+    } else {
+      out += valueLine(controlType(c), {c->value.bytes, c->value.length}, true);
+    }
+  });
+  return out;
+}
+
+// A modification's block: its header, its values, and "-" whatever it holds.
+inline std::string modificationLines(const LDAPAttribute *a) {
+  std::string out;
+  switch (a->change_type) {
+    case GSLCLE_ATTR_ADD: out += "add: "; break;
+    case GSLCLE_ATTR_DELETE: out += "delete: "; break;
+    case GSLCLE_ATTR_REPLACE: out += "replace: "; break;
+    case GSLCLE_ATTR_INCREMENT: out += "increment: "; break;
+    default: break;
+  }
+  out += std::string(a->name) + "\n";
+  for (uint32_t i = 0; i < a->count; ++i) out += valueLine(a->name, valueOf(a, i), true);
+  return out + "-\n";
+}
+
+// The whole record of an entry in the RFC 2849 form, every value in the safe
+// forms, as DSML v2 records are written. A content record carries no
+// control.
+inline std::string rfcRecord(const LDAPEntry *entry) {
+  std::string out = valueLine("dn", entry->dn, true);
+  if (entry->change_type == GSLCLE_CHANGE_ADD && entry->explicit_change_type == 0) {
+    return out + contentBody(entry, true);
+  }
+  out += controlLines(entry);
+  switch (entry->change_type) {
+    case GSLCLE_CHANGE_ADD: out += "changetype: add\n" + contentBody(entry, true); break;
+    case GSLCLE_CHANGE_MODIFY:
+      out += "changetype: modify\n";
+      forEachAttribute(entry, [&](const LDAPAttribute *a) { out += modificationLines(a); });
+      break;
+    case GSLCLE_CHANGE_MODRDN:
+      out += "changetype: modrdn\n";
+      out += valueLine("newrdn", entry->new_rdn != nullptr ? entry->new_rdn : "", true);
+      out += entry->delete_old_rdn != 0 ? "deleteoldrdn: 1\n" : "deleteoldrdn: 0\n";
+      if (entry->new_superior != nullptr) {
+        out += valueLine("newsuperior", entry->new_superior, true);
+      }
+      break;
     default: out += "changetype: delete\n"; break;
   }
   return out;

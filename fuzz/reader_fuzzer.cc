@@ -21,9 +21,6 @@
 // memory ran out, and every run when replaying a corpus, the context must
 // still read a valid document whole.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -55,28 +52,6 @@ constexpr uint64_t kReuseCheckInterval = 1;
 #else
 constexpr uint64_t kReuseCheckInterval = 1000;
 #endif
-
-// A file in memory that the reader opens by name.
-class MemoryFile {
- public:
-  explicit MemoryFile(const char *name) : fd_(memfd_create(name, MFD_CLOEXEC)) {
-    FUZZ_CHECK(fd_ >= 0);
-    path_ = "/proc/self/fd/" + std::to_string(fd_);
-  }
-  ~MemoryFile() { close(fd_); }
-  MemoryFile(const MemoryFile &) = delete;
-  MemoryFile &operator=(const MemoryFile &) = delete;
-
-  void assign(const void *bytes, size_t size) {
-    FUZZ_CHECK(pwrite(fd_, bytes, size, 0) == static_cast<ssize_t>(size));
-    FUZZ_CHECK(ftruncate(fd_, static_cast<off_t>(size)) == 0);
-  }
-  [[nodiscard]] const char *path() const { return path_.c_str(); }
-
- private:
-  int fd_;
-  std::string path_;
-};
 
 struct Run {
   uint32_t entries = 0;
@@ -147,8 +122,8 @@ struct Harness {
   ~Harness() { (void)gslxdv1cCleanup(&ctx); }
 
   GslxdvParserCtx *ctx = nullptr;
-  MemoryFile input;
-  MemoryFile valid;
+  qfuzz::MemoryFile input;
+  qfuzz::MemoryFile valid;
   uint64_t runs = 0;
 };
 
