@@ -389,7 +389,7 @@ int findEndElement(void *user, const char *name) {
     case GSLXDV_PAYLOAD_BODY:
       // A Body that held no element: the Envelope's warning stands, and no
       // later Body is looked into.
-      if (depth == kBodyDepth) c->payload = GSLXDV_PAYLOAD_DONE;
+      if (depth == kBodyDepth) c->payload = GSLXDV_PAYLOAD_ABSENT;
       return GSLXDV_OK;
     case GSLXDV_PAYLOAD_READING: {
       if (depth == c->payload_depth) c->payload = GSLXDV_PAYLOAD_DONE;

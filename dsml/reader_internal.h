@@ -118,7 +118,9 @@ enum {
   GSLXDV_PAYLOAD_ENVELOPE = 1, /* inside a SOAP Envelope, before its Body */
   GSLXDV_PAYLOAD_BODY = 2,     /* inside the Body, before its first element */
   GSLXDV_PAYLOAD_READING = 3,  /* inside the payload, read by a machine */
-  GSLXDV_PAYLOAD_DONE = 4      /* after the payload: nothing more is read */
+  GSLXDV_PAYLOAD_DONE = 4,     /* after the payload: nothing more is read */
+  GSLXDV_PAYLOAD_ABSENT = 5    /* the first Body held no element: nothing is
+                                  read, and no machine ever started */
 };
 
 /* The handle the caller holds. */
