@@ -54,7 +54,6 @@ constexpr char kUtf8Language[] = "C";
 // One run of the command: the options, and what the entry callback (which
 // is handed the run as its argument) needs and tells back.
 struct Run {
-  const Options *options = nullptr;
   GslxdvParserCtx *reader = nullptr;  // which DSML version an entry is from
   Progress *progress = nullptr;
   int v1_writing = GSLCLE_LDIF_FORM_LIBRARY;  // gslclegalfGetAsLDIFForm's options
@@ -381,7 +380,6 @@ void chooseWriting(const Options &options, Run *run) {
   if (created != GSLXDV_OK) return finish(ctx, options, file, created, false);
   Progress progress(ctx, options.progress);
   Run run;
-  run.options = &options;
   run.reader = handle;
   run.progress = &progress;
   chooseWriting(options, &run);
