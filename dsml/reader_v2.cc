@@ -176,7 +176,8 @@ void noteResultCode(GslxdvV2Machine *m, const xmlattrs *attributes) {
   const char *code = gslxGetAttrValue(attributes, kCode);
   if (code == nullptr) return;
   const std::string_view stripped = gslxdv::stripXmlSpace(code);
-  if (isSuccessCode(stripped)) return;
+  // A code of white space alone says nothing, as an absent one.
+  if (stripped.empty() || isSuccessCode(stripped)) return;
   ++m->warnings.failed_searches;
   noteDistinct(&m->warnings.result_codes, stripped);
 }
