@@ -174,6 +174,15 @@ class CountingAllocator {
   static inline uint64_t refused_ = 0;
 };
 
+// Allocations a document may make before every further one fails, by the
+// 5-bit choice of an input's first byte: none is refused for 0, and the
+// budgets grow as cubes so that the later parts of long documents are
+// reached too.
+inline uint64_t allocationBudget(uint32_t choice) {
+  if (choice == 0) return CountingAllocator::kUnlimited;
+  return 1 + static_cast<uint64_t>(choice) * choice * choice / 4;
+}
+
 }  // namespace qfuzz
 
 #endif  // QUILLOMAT_FUZZ_FUZZ_SUPPORT_H

@@ -63,14 +63,6 @@ struct Run {
   }
 };
 
-// Allocations a document may make before every further one fails, by the
-// 5-bit choice of the first byte: none is refused for 0, and the budgets
-// grow as cubes so that the later parts of long documents are reached too.
-uint64_t allocationBudget(uint32_t choice) {
-  if (choice == 0) return qfuzz::CountingAllocator::kUnlimited;
-  return 1 + static_cast<uint64_t>(choice) * choice * choice / 4;
-}
-
 // Walks every value byte by byte, so the sanitizer sees any overrun, and
 // returns the longest attribute name.
 size_t checkEntry(const LDAPEntry *entry) {
@@ -145,7 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Run run;
   run.refuse = refusing ? choice : UINT32_MAX;
   qfuzz::CountingAllocator::setBudget(refusing ? qfuzz::CountingAllocator::kUnlimited
-                                               : allocationBudget(choice));
+                                               : qfuzz::allocationBudget(choice));
   const int32_t st = gslxdv1pParse(h.input.path(), GSLXDV_SOURCE_URI, h.ctx, onEntry, &run);
   qfuzz::CountingAllocator::setBudget(qfuzz::CountingAllocator::kUnlimited);
   FUZZ_CHECK(st == GSLXDV_OK || st == GSLXDV_FAILED);
