@@ -139,31 +139,42 @@ void moveTo(GslxdvV2Machine *m, uint16_t state) {
 
 // ---- Warnings -----------------------------------------------------------------------
 
-// text cut to fit a list's slot, at a character boundary.
-[[nodiscard]] std::string_view cutToSlot(std::string_view text) {
+// A list's text as its slot holds it: the text, or, when it does not fit,
+// as much of it as fits with "..." after it, cut at a character boundary,
+// so that a cut text is never taken for a whole one ("000...0" for a long
+// result code that is not 0).
+struct SlotText {
+  char text[GSLXDV_LIST_TEXT_SIZE];
+};
+
+[[nodiscard]] SlotText slotText(std::string_view text) {
+  constexpr std::string_view kCut = "...";
   constexpr std::size_t kMax = GSLXDV_LIST_TEXT_SIZE - 1;
-  if (text.size() <= kMax) return text;
-  std::size_t n = kMax;
-  // Back over UTF-8 continuation bytes, so no character is cut in two.
-  while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xc0) == 0x80) --n;
-  return text.substr(0, n);
+  SlotText slot{};
+  std::size_t n = text.size();
+  if (n > kMax) {
+    n = kMax - kCut.size();
+    // Back over UTF-8 continuation bytes, so no character is cut in two.
+    while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xc0) == 0x80) --n;
+  }
+  std::memcpy(slot.text, text.data(), n);
+  if (n < text.size()) std::memcpy(slot.text + n, kCut.data(), kCut.size());
+  return slot;
 }
 
 // Adds text to the list unless it holds it already; an empty text (a code
 // or type of white space alone) is counted but has nothing to show.
 void noteDistinct(GslxdvTextList *list, std::string_view text) {
   if (text.empty()) return;
-  const std::string_view cut = cutToSlot(text);
+  const SlotText slot = slotText(text);
   for (uint32_t i = 0; i < list->count; ++i) {
-    if (cut == list->texts[i]) return;
+    if (std::strcmp(slot.text, list->texts[i]) == 0) return;
   }
   if (list->count == GSLXDV_LIST_MAX) {
     list->more = 1;
     return;
   }
-  char *slot = list->texts[list->count++];
-  std::memcpy(slot, cut.data(), cut.size());
-  slot[cut.size()] = '\0';
+  std::memcpy(list->texts[list->count++], slot.text, sizeof slot.text);
 }
 
 // A result code that says the search succeeded: 0, written with any number
