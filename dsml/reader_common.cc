@@ -14,26 +14,10 @@
 namespace gslxdv {
 namespace {
 
-// Each byte as an ASCII name compares ignoring case: letters in lower case,
-// other ASCII as it stands, and bytes beyond ASCII as 0xff, which no name
-// holds.
-constexpr auto kAsciiFolded = [] {
-  struct Table {
-    char of[256];
-  } t{};
-  for (int b = 0; b < 256; ++b) {
-    t.of[b] = b >= 'A' && b <= 'Z' ? static_cast<char>(b + ('a' - 'A'))
-              : b < 0x80           ? static_cast<char>(b)
-                                   : static_cast<char>(0xff);
-  }
-  return t;
-}();
-
 [[nodiscard]] constexpr bool isXmlSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-constexpr uint32_t kRetainedTextBytes = 64 * 1024;
 constexpr uint32_t kInitialTextBytes = 256;
 
 // Room for size bytes in the buffer; the first `keep` bytes of its content
@@ -53,13 +37,6 @@ constexpr uint32_t kInitialTextBytes = 256;
 
 }  // namespace
 
-bool equalsAscii(const char *name, std::string_view lower) {
-  for (std::size_t i = 0; i < lower.size(); ++i) {
-    if (kAsciiFolded.of[static_cast<unsigned char>(name[i])] != lower[i]) return false;
-  }
-  return name[lower.size()] == '\0';
-}
-
 bool hasNonAscii(const char *name) {
   for (; *name != '\0'; ++name) {
     if ((static_cast<unsigned char>(*name) & 0x80) != 0) return true;
@@ -75,18 +52,11 @@ std::string_view stripXmlSpace(std::string_view text) {
 
 // ---- Value text ------------------------------------------------------------------------
 
-void dropText(GslxdvText *text) { text->length = 0; }
-
 void releaseText(gsluctx *core, GslxdvText *text) {
   dropText(text);
   (void)gslumfFree(core, text->bytes);
   text->bytes = nullptr;
   text->capacity = 0;
-}
-
-void keepOrReleaseText(gsluctx *core, GslxdvText *text) {
-  dropText(text);
-  if (text->capacity > kRetainedTextBytes) releaseText(core, text);
 }
 
 int replaceText(gsluctx *core, GslxdvText *text, const char *bytes, uint32_t length) {
@@ -123,10 +93,6 @@ int decodeText(GslxdvText *text) {
   text->bytes[decoded] = '\0';
   text->length = decoded;
   return GSLXDV_OK;
-}
-
-BERVal pendingValue(const GslxdvText &text) {
-  return text.length != 0 ? BERVal{text.length, text.bytes} : BERVal{0, nullptr};
 }
 
 // ---- Attributes ------------------------------------------------------------------------

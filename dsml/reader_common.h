@@ -18,10 +18,31 @@ namespace gslxdv {
 // DSML names are compared ignoring case, and without any prefix (the XML
 // layer hands over local names).
 
+// Each byte as an ASCII name compares ignoring case: letters in lower case,
+// other ASCII as it stands, and bytes beyond ASCII as 0xff, which no name
+// holds.
+inline constexpr auto kAsciiFolded = [] {
+  struct Table {
+    char of[256];
+  } t{};
+  for (int b = 0; b < 256; ++b) {
+    t.of[b] = b >= 'A' && b <= 'Z' ? static_cast<char>(b + ('a' - 'A'))
+              : b < 0x80           ? static_cast<char>(b)
+                                   : static_cast<char>(0xff);
+  }
+  return t;
+}();
+
 // Whether name (NUL-terminated) equals lower (an ASCII name in lower case)
 // ignoring the case of ASCII letters. The walk stops at the first
 // difference, a NUL in name included, so it never reads past name's end.
-[[nodiscard]] bool equalsAscii(const char *name, std::string_view lower);
+// Inline: every element and attribute name of a document passes here.
+[[nodiscard]] inline bool equalsAscii(const char *name, std::string_view lower) {
+  for (std::size_t i = 0; i < lower.size(); ++i) {
+    if (kAsciiFolded.of[static_cast<unsigned char>(name[i])] != lower[i]) return false;
+  }
+  return name[lower.size()] == '\0';
+}
 
 [[nodiscard]] bool hasNonAscii(const char *name);
 
@@ -100,14 +121,18 @@ template <uint16_t States, class Row, std::size_t N>
 // taken (keepOrReleaseText).
 
 // Forgets the pending text; the buffer stays for the next.
-void dropText(GslxdvText *text);
+inline void dropText(GslxdvText *text) { text->length = 0; }
 
 // Gives the buffer back.
 void releaseText(gsluctx *core, GslxdvText *text);
 
 // After a value was taken: the buffer stays for the next value unless a
 // long one grew it.
-void keepOrReleaseText(gsluctx *core, GslxdvText *text);
+inline constexpr uint32_t kRetainedTextBytes = 64 * 1024;
+inline void keepOrReleaseText(gsluctx *core, GslxdvText *text) {
+  dropText(text);
+  if (text->capacity > kRetainedTextBytes) releaseText(core, text);
+}
 
 // Makes the length bytes the pending text, NUL-terminated. The copy stops at
 // a NUL byte (and pads with NULs), while the recorded length stays the full
@@ -122,7 +147,9 @@ void keepOrReleaseText(gsluctx *core, GslxdvText *text);
 
 // The pending text as a value: its bytes, or a value of length 0 with no
 // bytes when there is none.
-[[nodiscard]] BERVal pendingValue(const GslxdvText &text);
+[[nodiscard]] inline BERVal pendingValue(const GslxdvText &text) {
+  return text.length != 0 ? BERVal{text.length, text.bytes} : BERVal{0, nullptr};
+}
 
 // Replaces the pending base64 text by the bytes it encodes, NUL-terminated,
 // in place: the bytes never outgrow the text they come from. No pending

@@ -7,17 +7,30 @@
 
 namespace {
 
-// What each byte does to a type: nothing, ends it, or refuses it.
+// What each byte does to a line type or to an attribute name: nothing,
+// ends it, or refuses it. A name also refuses a colon, which a line type
+// may hold ("control: 1.2.3 true" is the type of a control's value line).
 enum TypeByte : uint8_t { kTypeOrdinary, kTypeEnd, kTypeRefused };
 
-constexpr std::array<uint8_t, 256> makeTypeBytes() {
+constexpr std::array<uint8_t, 256> makeTypeBytes(bool name) {
   std::array<uint8_t, 256> bytes{};
   for (int c = 0; c < 0x20; ++c) bytes[c] = kTypeRefused;  // control characters
   bytes[0x7f] = kTypeRefused;
+  if (name) bytes[':'] = kTypeRefused;
   bytes['\0'] = kTypeEnd;
   return bytes;
 }
-constexpr std::array<uint8_t, 256> kTypeBytes = makeTypeBytes();
+constexpr std::array<uint8_t, 256> kTypeBytes = makeTypeBytes(false);
+constexpr std::array<uint8_t, 256> kNameBytes = makeTypeBytes(true);
+
+// The length of text when every byte up to its NUL is ordinary in bytes
+// and it does not start with a space or '#', in one pass; -1 otherwise.
+[[nodiscard]] int64_t ordinaryLength(const char *text, const std::array<uint8_t, 256> &bytes) {
+  if (text == nullptr || text[0] == ' ' || text[0] == '#') return -1;
+  const char *p = text;
+  while (bytes[static_cast<unsigned char>(*p)] == kTypeOrdinary) ++p;
+  return *p == '\0' ? p - text : -1;
+}
 
 // Names that an LDIF reader takes for the structure of a record rather than
 // for an attribute: a second "dn" starts a record of the document's choosing,
@@ -99,18 +112,13 @@ template <class Test>
 
 extern "C" {
 
-int64_t gslclenlLineTypeLength(const char *type) {
-  if (type == nullptr || type[0] == ' ' || type[0] == '#') return -1;
-  const char *p = type;
-  while (kTypeBytes[static_cast<unsigned char>(*p)] == kTypeOrdinary) ++p;
-  return *p == '\0' ? p - type : -1;
-}
+int64_t gslclenlLineTypeLength(const char *type) { return ordinaryLength(type, kTypeBytes); }
 
 int64_t gslclenaAttrNameLength(const char *name, int rule) {
-  const int64_t n = gslclenlLineTypeLength(name);
+  const int64_t n = ordinaryLength(name, kNameBytes);
   if (n < 0) return -1;
   const std::string_view s(name, static_cast<size_t>(n));
-  if (s.find(':') != std::string_view::npos || isStructuralName(s)) return -1;
+  if (isStructuralName(s)) return -1;
   if (rule == GSLCLE_NAMES_RFC4512 && !isAttributeDescription(s)) return -1;
   return n;
 }
