@@ -299,21 +299,17 @@ TEST_P(ReaderAllocationTest, EveryFailureIsReportedAndTheContextRecovers) {
   xmlSetChunkSizeForTesting(GetParam());
   qtest::TestAllocator::Scope allocator;
   ASSERT_EQ(reader.parse(path), kSampleOutcome);  // the parser's buffers grow once
-  const long baseline = qtest::TestAllocator::live;
-  size_t n = 0;
-  for (Outcome o{GSLXDV_FAILED, {}}; o.status != GSLXDV_OK; ++n) {
-    ASSERT_LT(n, 10000u);
-    qtest::TestAllocator::budget = n;
-    o = reader.parse(path);
-    qtest::TestAllocator::budget = qtest::TestAllocator::kUnlimited;
-    EXPECT_EQ(qtest::TestAllocator::live, baseline) << "allocation " << n;
-    if (o.status == GSLXDV_OK) {
-      EXPECT_EQ(o, kSampleOutcome);
-    } else {
-      EXPECT_EQ(o.status, GSLXDV_FAILED) << "allocation " << n;
-      EXPECT_EQ(reader.parse(path), kSampleOutcome) << "allocation " << n;
-    }
-  }
+  const size_t n = qtest::sweepAllocationFailures(
+      [&] { return reader.parse(path); },
+      [&](const Outcome &o, size_t attempt) {
+        if (o.status == GSLXDV_OK) {
+          EXPECT_EQ(o, kSampleOutcome);
+          return true;
+        }
+        EXPECT_EQ(o.status, GSLXDV_FAILED) << "allocation " << attempt;
+        EXPECT_EQ(reader.parse(path), kSampleOutcome) << "allocation " << attempt;
+        return false;
+      });
   EXPECT_GT(n, 40u);  // the sweep reached through expat, the machine and the entry model
 }
 

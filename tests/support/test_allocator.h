@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "core/memory.h"
 
 namespace qtest {
@@ -106,6 +108,27 @@ struct TestAllocator {
     peak = std::max(peak, bytes);
   }
 };
+
+// Fails the Nth allocation for N = 0, 1, ... until an attempt reads its
+// input whole: attempt() runs with allocation N failing, and every block it
+// took must be back once it returns; check(outcome, n) judges the outcome
+// and says whether it was whole, which ends the sweep. Returns the number
+// of attempts. Needs an installed TestAllocator::Scope.
+template <class Attempt, class Check>
+size_t sweepAllocationFailures(Attempt attempt, Check check) {
+  constexpr size_t kMostAttempts = 10000;
+  const long baseline = TestAllocator::live;
+  size_t n = 0;
+  for (bool whole = false; !whole && n < kMostAttempts; ++n) {
+    TestAllocator::budget = n;
+    const auto outcome = attempt();
+    TestAllocator::budget = TestAllocator::kUnlimited;
+    EXPECT_EQ(TestAllocator::live, baseline) << "allocation " << n;
+    whole = check(outcome, n);
+  }
+  EXPECT_LT(n, kMostAttempts) << "never read whole";
+  return n;
+}
 
 }  // namespace qtest
 
