@@ -174,13 +174,27 @@ class CountingAllocator {
   static inline uint64_t refused_ = 0;
 };
 
-// Allocations a document may make before every further one fails, by the
-// 5-bit choice of an input's first byte: none is refused for 0, and the
-// budgets grow as cubes so that the later parts of long documents are
-// reached too.
-inline uint64_t allocationBudget(uint32_t choice) {
-  if (choice == 0) return CountingAllocator::kUnlimited;
-  return 1 + static_cast<uint64_t>(choice) * choice * choice / 4;
+// What the first byte of a reader target's input chooses: the chunk size
+// the parser reads with (bits 0-1; 1 and 7 split every token somewhere, the
+// larger sizes keep half of the runs at a read per few KiB, since every
+// chunk is a read of its own), and either which entry the callback refuses
+// (bit 7 set: bits 2-6) or after how many allocations every allocation
+// fails (bit 7 clear: bits 2-6, 0 for never; the budgets grow as cubes so
+// that the later parts of long documents are reached too).
+struct ControlByte {
+  size_t chunk_size;
+  uint32_t refuse;  // the entry the callback refuses (from 0), or UINT32_MAX
+  uint64_t budget;  // allocations before every further one fails
+};
+
+inline ControlByte controlByte(uint8_t byte) {
+  static constexpr size_t kChunkSizes[] = {1, 7, 512, 4096};
+  const uint32_t choice = (byte >> 2) & 0x1f;
+  const bool refusing = (byte & 0x80) != 0;
+  const uint64_t budget = refusing || choice == 0
+                              ? CountingAllocator::kUnlimited
+                              : 1 + static_cast<uint64_t>(choice) * choice * choice / 4;
+  return {kChunkSizes[byte & 3], refusing ? choice : UINT32_MAX, budget};
 }
 
 }  // namespace qfuzz

@@ -37,9 +37,6 @@
 
 namespace {
 
-// 1 and 7 split every token somewhere; the larger sizes keep half of the
-// runs at a read per few KiB, since every chunk is a read of its own.
-constexpr size_t kChunkSizes[] = {1, 7, 512, 4096};
 constexpr char kValid[] =
     "<dsml><directory-entries><entry dn=\"cn=a\"><attr name=\"d\"><value>v</value></attr>"
     "</entry></directory-entries></dsml>";
@@ -131,13 +128,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static Harness h;
   if (size == 0) return 0;
   h.input.assign(data + 1, size - 1);
-  xmlSetChunkSizeForTesting(kChunkSizes[data[0] & 3]);
-  const uint32_t choice = (data[0] >> 2) & 0x1f;
-  const bool refusing = (data[0] & 0x80) != 0;
+  const qfuzz::ControlByte control = qfuzz::controlByte(data[0]);
+  xmlSetChunkSizeForTesting(control.chunk_size);
   Run run;
-  run.refuse = refusing ? choice : UINT32_MAX;
-  qfuzz::CountingAllocator::setBudget(refusing ? qfuzz::CountingAllocator::kUnlimited
-                                               : qfuzz::allocationBudget(choice));
+  run.refuse = control.refuse;
+  qfuzz::CountingAllocator::setBudget(control.budget);
   const int32_t st = gslxdv1pParse(h.input.path(), GSLXDV_SOURCE_URI, h.ctx, onEntry, &run);
   qfuzz::CountingAllocator::setBudget(qfuzz::CountingAllocator::kUnlimited);
   FUZZ_CHECK(st == GSLXDV_OK || st == GSLXDV_FAILED);
